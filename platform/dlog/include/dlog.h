@@ -1,0 +1,47 @@
+/* Host stand-in for the platform log.
+ *
+ * One call writes one whole line with one write(2), so lines of several
+ * threads and processes never interleave. Where lines go is read once from
+ * the environment (see the project README):
+ *   DLOG_OUTPUT    stderr (default) | file:<path> | syslog | none
+ *   DLOG_MIN_PRIO  lowest priority written: a number 2..7 or one of
+ *                  V D I W E F (default D)
+ */
+#ifndef DLOG_H
+#define DLOG_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef enum {
+    LOG_ID_MAIN = 0,
+    LOG_ID_RADIO = 1,
+    LOG_ID_SYSTEM = 2,
+    LOG_ID_APPS = 3,
+    LOG_ID_MAX
+} log_id_t;
+
+typedef enum {
+    DLOG_UNKNOWN = 0,
+    DLOG_DEFAULT = 1,
+    DLOG_VERBOSE = 2,
+    DLOG_DEBUG = 3,
+    DLOG_INFO = 4,
+    DLOG_WARN = 5,
+    DLOG_ERROR = 6,
+    DLOG_FATAL = 7,
+    DLOG_SILENT = 8
+} log_priority;
+
+/* Returns the number of bytes written (0 when the line is filtered out or
+ * output is off), or a negative errno: -EINVAL for a null tag or format, an
+ * unknown log id or priority. */
+int __dlog_print(int log_id, int prio, const char* tag, const char* fmt, ...)
+    __attribute__((format(printf, 4, 5)));
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* DLOG_H */

@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# The test command: installs what is missing, builds with warnings as errors,
+# runs the whole suite, then builds and runs it again with AddressSanitizer and
+# UndefinedBehaviorSanitizer.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+./scripts/install-deps.sh
+
+jobs=$(nproc)
+run_suite() {
+  local dir=$1; shift
+  cmake -S . -B "$dir" -DVERANTI_WERROR=ON "$@"
+  cmake --build "$dir" -j"$jobs"
+  ctest --test-dir "$dir" --output-on-failure -j"$jobs"
+}
+
+echo "== Build and test =="
+run_suite build/ci -DCMAKE_BUILD_TYPE=RelWithDebInfo
+
+echo "== Build and test with AddressSanitizer + UndefinedBehaviorSanitizer =="
+run_suite build/ci-asan -DCMAKE_BUILD_TYPE=Debug -DASAN=ON -DUBSAN=ON

@@ -1,0 +1,42 @@
+// Small helpers shared by the client modules: JSON text in and out, the
+// configuration store's text values, and booleans in log lines.
+#ifndef TERMS_COMMON_H
+#define TERMS_COMMON_H
+
+#include <json/json.h>
+#include <vconf.h>
+
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace terms {
+
+// Parses the whole text with a reader of default settings.
+inline bool ParseJsonText(const std::string& text, Json::Value& value) {
+    Json::CharReaderBuilder builder;
+    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    std::string errors;
+    return reader->parse(text.data(), text.data() + text.size(), &value, &errors);
+}
+
+// JSON text without indentation or line breaks.
+inline std::string WriteCompactJson(const Json::Value& value) {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    return Json::writeString(builder, value);
+}
+
+// The key's text from the configuration store, or nothing when it cannot be read.
+inline std::optional<std::string> ReadStoreText(const char* key) {
+    std::unique_ptr<char, decltype(&free)> value(vconf_get_str(key), &free);
+    if (!value) return std::nullopt;
+    return std::string(value.get());
+}
+
+inline const char* BoolText(bool value) { return value ? "true" : "false"; }
+
+}  // namespace terms
+
+#endif  // TERMS_COMMON_H

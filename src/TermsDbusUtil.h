@@ -1,0 +1,59 @@
+// Bus encodings of a TermsDbusMessage.
+//
+// A record travels in one of two shapes: "(suss)" (from, code, type, message)
+// or "(sussa(y))" with a payload of raw bytes. Every reply carries the payload
+// member; where a record has no payload, a one-byte placeholder (a single 0)
+// stands in, and a reader takes 0 bytes or that one zero byte as no payload.
+//
+// Outgoing payloads are wrapped in place, not copied: the record's buffer must
+// stay valid until the built value has been sent. Incoming texts and payloads
+// are copied once into blocks that ReleaseTermsDbusMessage gives back.
+//
+// Texts GVariant does not accept for "s" are sent repaired: a null text as "",
+// invalid UTF-8 with each bad sequence replaced by U+FFFD. So a reply that a
+// callback filled badly still goes out as exactly one well-formed reply.
+#ifndef TERMS_DBUS_UTIL_H
+#define TERMS_DBUS_UTIL_H
+
+#include <gio/gio.h>
+
+#include <cstddef>
+#include <initializer_list>
+#include <string>
+
+#include "TermsDbusAPI.h"
+
+namespace TermsDbusUtil {
+
+// The largest message the reference bus daemon accepts by default (its
+// max_message_size, 32 MiB, header included). A daemon drops a connection that
+// sends a larger one, so nothing larger is ever sent. An "a(y)" payload costs
+// 8 wire bytes per byte (each one-byte struct is aligned to 8), which puts the
+// payload ceiling a little under 4 MiB.
+constexpr size_t kMaxBusMessageSize = 32u * 1024u * 1024u;
+
+// Received tuple to record. False only for a null params; a tuple of another
+// shape fills nothing and still yields true.
+bool MakeParamsToMessage(GVariant* params, TermsDbusMessage& msg);
+// Checks the method name of an incoming call, then MakeParamsToMessage.
+bool MakeParamsToMsgInput(std::string methodName, GVariant* params, TermsDbusMessage& msg);
+
+// Builders: new floating values for the GDBus call that sends them.
+GVariant* MakeMsgInputToParams(std::string& methodName, const TermsDbusMessage& msg);
+GVariant* MakeMsgOutputResponseToParams(const TermsDbusMessage& msg);
+GVariant* MakeFailResponseToParams();
+GVariant* MakeSignalDataToParams(const TermsDbusMessage& msg);
+
+// "/" followed by the name with every "." replaced by "/".
+std::string GetObjectPath(std::string name);
+
+// Size on the wire of a message with this body whose header carries the given
+// texts (path, interface, member, destination, sender: whichever it has), a
+// reply serial and the body's signature.
+size_t GetWireSize(GVariant* body, std::initializer_list<const char*> headerTexts);
+// GetWireSize within kMaxBusMessageSize; logs the refusal otherwise.
+bool FitsInBusMessage(GVariant* body, std::initializer_list<const char*> headerTexts);
+
+}  // namespace TermsDbusUtil
+
+#endif  // TERMS_DBUS_UTIL_H

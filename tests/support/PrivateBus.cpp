@@ -1,0 +1,108 @@
+#include "PrivateBus.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+namespace testbed {
+namespace {
+
+PrivateBus* g_Current = nullptr;
+
+// Any connection may own any name and send to any other; limits are the
+// daemon's built-in defaults (32 MiB per message), as on a real set.
+const char kConfigTemplate[] = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>system</type>
+  <listen>unix:dir=@DIR@</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/>
+    <allow own="*"/>
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow receive_sender="*"/>
+    <allow eavesdrop="true"/>
+  </policy>
+</busconfig>
+)";
+
+std::string MakeConfig(const std::string& dir) {
+    std::string config = kConfigTemplate;
+    config.replace(config.find("@DIR@"), 5, dir);
+    const std::string path = dir + "/bus.conf";
+    std::ofstream(path) << config;
+    return path;
+}
+
+std::string ReadLine(int fd) {
+    std::string line;
+    char c;
+    while (read(fd, &c, 1) == 1 && c != '\n') line += c;
+    return line;
+}
+
+}  // namespace
+
+PrivateBus::~PrivateBus() { Stop(); }
+
+PrivateBus* PrivateBus::Current() { return g_Current; }
+
+void PrivateBus::Start() {
+    if (IsRunning()) return;
+    char dirTemplate[] = "/tmp/veranti-bus-XXXXXX";
+    if (!mkdtemp(dirTemplate)) throw std::runtime_error("cannot create a directory for the private bus");
+    m_ConfigDir = dirTemplate;
+    const std::string config = MakeConfig(m_ConfigDir);
+
+    int pipeFds[2];
+    if (pipe2(pipeFds, O_CLOEXEC) != 0) throw std::runtime_error("cannot create a pipe for the private bus");
+    const std::string configArg = "--config-file=" + config;
+    const std::string addressArg = "--print-address=" + std::to_string(pipeFds[1]);
+    const pid_t parent = getpid();
+    m_Pid = fork();
+    if (m_Pid == 0) {
+        // The daemon must not outlive the test program, even when it crashes.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent) _exit(1);
+        fcntl(pipeFds[1], F_SETFD, 0);
+        execlp("dbus-daemon", "dbus-daemon", configArg.c_str(), "--nofork", "--nopidfile", addressArg.c_str(),
+               static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    close(pipeFds[1]);
+    m_Address = m_Pid > 0 ? ReadLine(pipeFds[0]) : std::string();
+    close(pipeFds[0]);
+    if (m_Address.empty()) {
+        Stop();
+        throw std::runtime_error("dbus-daemon did not start (is the dbus package installed?)");
+    }
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", m_Address.c_str(), 1);
+    setenv("DBUS_SESSION_BUS_ADDRESS", m_Address.c_str(), 1);
+    g_Current = this;
+}
+
+void PrivateBus::Stop() {
+    if (m_Pid > 0) {
+        kill(m_Pid, SIGTERM);
+        while (waitpid(m_Pid, nullptr, 0) < 0 && errno == EINTR) {
+        }
+    }
+    m_Pid = -1;
+    m_Address.clear();
+    if (!m_ConfigDir.empty()) {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_ConfigDir, ignored);
+        m_ConfigDir.clear();
+    }
+}
+
+}  // namespace testbed

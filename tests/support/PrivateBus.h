@@ -1,0 +1,41 @@
+// A private dbus-daemon for one test program.
+//
+// The daemon runs with a temporary configuration in which any connection may
+// own any name and send to any other. While it runs, DBUS_SYSTEM_BUS_ADDRESS
+// and DBUS_SESSION_BUS_ADDRESS point at it, so every D-Bus library in the
+// process (and every child process) uses it instead of the machine's bus.
+// The daemon dies with the test program, also when a test crashes.
+#ifndef TESTBED_PRIVATE_BUS_H
+#define TESTBED_PRIVATE_BUS_H
+
+#include <string>
+#include <sys/types.h>
+
+namespace testbed {
+
+class PrivateBus {
+public:
+    PrivateBus() = default;
+    ~PrivateBus();
+    PrivateBus(const PrivateBus&) = delete;
+    PrivateBus& operator=(const PrivateBus&) = delete;
+
+    // Starts the daemon and exports its address; throws std::runtime_error on failure.
+    void Start();
+    // Stops the daemon (SIGTERM, then waits). Harmless when not running.
+    void Stop();
+    bool IsRunning() const { return m_Pid > 0; }
+    const std::string& Address() const { return m_Address; }
+
+    // The bus the test program's main started (null before main ran).
+    static PrivateBus* Current();
+
+private:
+    pid_t m_Pid = -1;
+    std::string m_Address;
+    std::string m_ConfigDir;
+};
+
+}  // namespace testbed
+
+#endif

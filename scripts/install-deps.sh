@@ -8,6 +8,7 @@ PACKAGES=(
   libglib2.0-dev libjsoncpp-dev libsystemd-dev
   libgtest-dev
   dbus
+  mono-mcs mono-runtime
 )
 
 missing=()

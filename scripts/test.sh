@@ -18,5 +18,8 @@ run_suite() {
 echo "== Build and test =="
 run_suite build/ci -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
+echo "== Install and build consumers against the installed library =="
+tests/consumer/check.sh build/ci
+
 echo "== Build and test with AddressSanitizer + UndefinedBehaviorSanitizer =="
 run_suite build/ci-asan -DCMAKE_BUILD_TYPE=Debug -DASAN=ON -DUBSAN=ON

@@ -45,15 +45,14 @@ public:
 
 private:
     GDBusNodeInfo* m_GetInterfaceInfo(std::string name);
+    bool m_IsCreated() const;
     bool m_IsConnectionOpen() const;
-    void m_Reply(GDBusMethodInvocation* invocation, const TermsDbusMessage& reply, bool callbackSucceeded);
 
     static void m_OnNameAcquired(GDBusConnection* connection, const gchar* name, gpointer userData);
     static void m_OnNameLost(GDBusConnection* connection, const gchar* name, gpointer userData);
     static void m_ObjectCallback(GDBusConnection* connection, const gchar* sender, const gchar* objectPath,
                                  const gchar* interfaceName, const gchar* methodName, GVariant* parameters,
                                  GDBusMethodInvocation* invocation, gpointer userData);
-    static void m_CallNameCallback(TermsDbusNameCallback callback, void* userData);
 
     GDBusConnection* m_pConnection = nullptr;
     unsigned m_nOwnerId = 0;
@@ -76,7 +75,7 @@ private:
 extern VERANTI_EXPORT TermsDbusServer* g_DbusServer;
 
 // The registered server when `name` is its bus name or its handle name; else null.
-VERANTI_EXPORT TermsDbusServer* m_GetTermsDbusServerInstance(std::string name);
+VERANTI_EXPORT TermsDbusServer* m_GetTermsDbusServerInstance(const std::string& name);
 // Destroys the server (when not null) and empties the registry.
 VERANTI_EXPORT void m_ReleaseTermsDbusServerInstance(TermsDbusServer* server);
 

@@ -73,7 +73,7 @@ static void format_timestamp(char out[TIMESTAMP_LENGTH + 1]) {
     clock_gettime(CLOCK_REALTIME, &now);
     localtime_r(&now.tv_sec, &local);
     strftime(out, TIMESTAMP_LENGTH + 1, "%Y-%m-%d %H:%M:%S", &local);
-    snprintf(out + 19, TIMESTAMP_LENGTH + 1 - 19, ".%03ld ", now.tv_nsec / 1000000L);
+    snprintf(out + 19, TIMESTAMP_LENGTH + 1 - 19, ".%03u ", (unsigned)(now.tv_nsec / 1000000L) % 1000u);
 }
 
 /* Writes the whole line, normally with one write(2); returns bytes written or -errno. */
@@ -91,13 +91,14 @@ static int write_line(const char* line, size_t length) {
 static int emit_line(int prio, const char* line, size_t length) {
     if (g_config.kind != OUTPUT_SYSLOG) return write_line(line, length);
     /* syslog stamps its own time; the line without its trailing newline follows. */
-    syslog(syslog_priority(prio), "%.*s", (int)(length - TIMESTAMP_LENGTH - 1), line + TIMESTAMP_LENGTH);
-    return (int)length;
+    int message_length = (int)(length - TIMESTAMP_LENGTH - 1);
+    syslog(syslog_priority(prio), "%.*s", message_length, line + TIMESTAMP_LENGTH);
+    return message_length;
 }
 
 static int format_header(char* out, size_t size, const char* stamp, int log_id, int prio, const char* tag) {
-    return snprintf(out, size, "%s%c/%s(%d:%d) %s: ", stamp, PRIORITY_LETTERS[prio], tag, (int)getpid(),
-                    (int)gettid(), BUFFER_NAMES[log_id]);
+    return snprintf(out, size, "%s%c/%s(%d:%d) %s: ", stamp, PRIORITY_LETTERS[prio], tag, (int)getpid(), (int)gettid(),
+                    BUFFER_NAMES[log_id]);
 }
 
 /* Formats header, message and, when the message lacks one, a newline into a

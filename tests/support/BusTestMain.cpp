@@ -18,9 +18,11 @@ bool OnlyListsTests(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Before InitGoogleTest, which removes the flags it knows from argv.
+    const bool onlyListsTests = OnlyListsTests(argc, argv);
     testing::InitGoogleTest(&argc, argv);
     testbed::PrivateBus bus;
-    if (!OnlyListsTests(argc, argv)) {
+    if (!onlyListsTests) {
         try {
             bus.Start();
         } catch (const std::exception& e) {

@@ -3,9 +3,16 @@
  * One call writes one whole line with one write(2), so lines of several
  * threads and processes never interleave. Where lines go is read once from
  * the environment (see the project README):
- *   DLOG_OUTPUT    stderr (default) | file:<path> | syslog | none
+ *   DLOG_OUTPUT    stderr (default) | file:<path> (appended; stderr when it
+ *                  cannot be opened) | syslog | none
  *   DLOG_MIN_PRIO  lowest priority written: a number 2..7 or one of
  *                  V D I W E F (default D)
+ * A line reads
+ *   YYYY-MM-DD hh:mm:ss.mmm P/tag(pid:tid) buffer: message
+ * with local time, the priority letter and the buffer name (main, radio,
+ * system, apps); the message is kept exactly as formatted and a newline is
+ * added only when it does not end with one. With syslog output the line
+ * goes to syslog(3) without the time stamp.
  */
 #ifndef DLOG_H
 #define DLOG_H

@@ -5,7 +5,8 @@
  * holds the value's bytes only. A valid key is relative, made of segments of
  * letters, digits, '_', '-' and '.' separated by single '/', with no segment
  * "." or ".."; any other key fails with EINVAL. Writes replace the file
- * atomically (temporary file, fsync, rename). */
+ * atomically (temporary file in the same directory, fsync, rename), creating
+ * missing directories with mode 0755; value files get mode 0644. */
 #ifndef VCONF_H
 #define VCONF_H
 
@@ -14,7 +15,8 @@ extern "C" {
 #endif
 
 /* A malloc'ed copy of the key's value, or NULL with errno set
- * (ENOENT missing, EINVAL bad key, others from the file system). */
+ * (ENOENT missing, EINVAL bad key, EISDIR when the key's path is a
+ * directory, others from the file system). */
 char* vconf_get_str(const char* in_key);
 
 /* 0 on success, -1 with errno on failure. A value may not be NULL. */

@@ -33,9 +33,18 @@ public:
     TCServer& operator=(const TCServer&) = delete;
 
     // Obtains the calling thread's bus connection; true when there is one.
+    // Calling it again is harmless.
     bool CreateDBusProxy();
-    // timeout_ms: -1 waits without a limit; 0 or more is a limit in ms.
+    // timeout_ms: -1 (or any negative value) waits without a limit; 0 or more
+    // is a limit in ms (0, the shortest, in effect does not wait).
+    // sync: true when a reply arrived and its body parsed into reply->body
+    // (reply may be null to ignore it); on failure reply->body is null and
+    // one line is logged with tag "Corvane". Not sync: true when the call
+    // was sent; no reply is asked for. Works without CreateDBusProxy too.
     bool SendMessage(const char* dest, const TCMessage* request, bool sync, TCMessage* reply, int timeout_ms);
+    // Ends this object's use of the connection; harmless when not open. The
+    // thread's connection itself stays for the thread's next request and is
+    // closed when the thread ends.
     void CloseDBusProxy();
 
     const std::string& GetName() const { return m_strName; }

@@ -1,0 +1,153 @@
+#!/usr/bin/env bash
+# The demo: installs what is missing, builds into build/demo, starts a private
+# D-Bus daemon and the simulated terms-client service (sample catalogue,
+# temporary configuration store), then walks through the main flow with
+# terms-cli. Everything it starts is stopped on the way out, also on Ctrl-C
+# or failure.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+ROOT=$(pwd)
+BUILD="$ROOT/build/demo"
+CATALOGUE="$ROOT/data/catalogue.json"
+
+if [ -t 1 ]; then BOLD=$'\033[1m'; DIM=$'\033[2m'; RESET=$'\033[0m'; else BOLD=""; DIM=""; RESET=""; fi
+
+heading() { printf '\n%s== %s ==%s\n' "$BOLD" "$*" "$RESET"; }
+# Prints a command line, then runs it.
+run() {
+  printf '%s$ %s%s\n' "$DIM" "$*" "$RESET"
+  "$@"
+}
+fail() {
+  printf 'demo: %s\n' "$*" >&2
+  exit 1
+}
+
+WORK=""
+BUS_PID=""
+SIM_PID=""
+
+# Stops one process that the demo started: SIGTERM, then SIGKILL after 5 s.
+stop_process() {
+  local pid=$1
+  kill -TERM "$pid" 2>/dev/null || return 0
+  for _ in $(seq 50); do
+    kill -0 "$pid" 2>/dev/null || break
+    sleep 0.1
+  done
+  kill -KILL "$pid" 2>/dev/null || true
+  wait "$pid" 2>/dev/null || true
+}
+
+cleanup() {
+  local status=$?
+  trap - EXIT INT TERM
+  if [ -n "$SIM_PID" ]; then stop_process "$SIM_PID"; fi
+  if [ -n "$BUS_PID" ]; then stop_process "$BUS_PID"; fi
+  if [ -n "$WORK" ]; then rm -rf "$WORK"; fi
+  if [ "$status" -ne 0 ]; then
+    printf '\ndemo: stopped (exit status %d); the bus and the service it started are gone.\n' "$status" >&2
+  fi
+  exit "$status"
+}
+trap cleanup EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+heading "Installing what is missing"
+"$ROOT/scripts/install-deps.sh"
+echo "All packages are installed."
+
+heading "Building (cmake, into build/demo)"
+mkdir -p "$BUILD"
+BUILD_LOG="$BUILD/demo-build.log"
+if ! { cmake -S "$ROOT" -B "$BUILD" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVERANTI_BUILD_TESTS=OFF &&
+       cmake --build "$BUILD" -j"$(nproc)" --target terms-cli terms-service-sim vconftool; } >"$BUILD_LOG" 2>&1; then
+  tail -n 40 "$BUILD_LOG" >&2
+  fail "the build failed; the whole log is in $BUILD_LOG"
+fi
+echo "Built terms-cli, terms-service-sim and vconftool (log: build/demo/demo-build.log)."
+export PATH="$BUILD/tools/terms-cli:$BUILD/tools/terms-service-sim:$BUILD/platform/vconf:$PATH"
+
+WORK=$(mktemp -d /tmp/veranti-demo-XXXXXX)
+export VCONF_ROOT="$WORK/store"
+
+heading "Starting a private D-Bus daemon"
+# Any connection may own any name and send to any other.
+cat >"$WORK/bus.conf" <<EOF
+<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>system</type>
+  <listen>unix:dir=$WORK</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/>
+    <allow own="*"/>
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow receive_sender="*"/>
+    <allow eavesdrop="true"/>
+  </policy>
+</busconfig>
+EOF
+dbus-daemon --config-file="$WORK/bus.conf" --nofork --nopidfile --print-address=3 3>"$WORK/bus.address" \
+  2>"$WORK/bus.log" &
+BUS_PID=$!
+for _ in $(seq 50); do
+  [ -s "$WORK/bus.address" ] && break
+  kill -0 "$BUS_PID" 2>/dev/null || fail "dbus-daemon did not start"
+  sleep 0.1
+done
+[ -s "$WORK/bus.address" ] || fail "dbus-daemon did not print its address"
+DBUS_SYSTEM_BUS_ADDRESS=$(head -n 1 "$WORK/bus.address")
+export DBUS_SYSTEM_BUS_ADDRESS
+echo "Bus at $DBUS_SYSTEM_BUS_ADDRESS"
+
+heading "Starting the simulated terms-client service"
+printf '%s$ terms-service-sim --catalogue data/catalogue.json --store-root %s \\\n' "$DIM" "$VCONF_ROOT"
+printf '      --set-dir %s --usb-dir %s%s\n' "$WORK/set" "$WORK/usb" "$RESET"
+DLOG_OUTPUT="file:$WORK/service.log" terms-service-sim --catalogue "$CATALOGUE" --store-root "$VCONF_ROOT" \
+  --set-dir "$WORK/set" --usb-dir "$WORK/usb" >"$WORK/service.out" 2>&1 &
+SIM_PID=$!
+# Ready when it answers; terms-cli status exits with 3 until then.
+ready=no
+for _ in $(seq 100); do
+  if terms-cli status >/dev/null 2>&1; then ready=yes; break; fi
+  if ! kill -0 "$SIM_PID" 2>/dev/null; then
+    cat "$WORK/service.out" >&2
+    fail "the simulated service stopped before it answered"
+  fi
+  sleep 0.1
+done
+[ "$ready" = yes ] || fail "the simulated service did not answer within 10 seconds"
+cat "$WORK/service.out"
+
+heading "1. Is the terms-client service available?"
+run terms-cli status
+
+heading "2. The disclaimers of the setup wizard (requester 0)"
+run terms-cli list
+
+heading "3. One disclaimer in full, with its sections"
+run terms-cli show privacy
+
+heading "4. Agree to two items"
+run terms-cli agree terms privacy
+
+heading "5. Read the agreements back from the configuration store"
+run terms-cli agreement terms
+run terms-cli agreement privacy
+run vconftool get db/veranti/disclaimeragrees
+
+heading "6. A revised disclaimer"
+run terms-cli revised
+
+heading "7. The menu titles"
+run terms-cli titles
+
+heading "8. The same answers for scripts"
+run terms-cli --json agreement privacy
+
+heading "Done"
+echo "The walk-through is complete; the service and the bus are stopped now."
+echo "Next: terms-cli --help, docs/cli.md, docs/simulator.md."

@@ -1,0 +1,134 @@
+// terms-cli: the terms client library from the shell.
+//
+// main reads the command line against the table below, keeps the library's
+// log lines off the terminal unless asked, and runs one subcommand.
+#include <VerantiAPI.h>
+
+#include <cstdlib>
+#include <iostream>
+
+#include "Arguments.h"
+#include "Commands.h"
+#include "Format.h"
+
+namespace termscli {
+namespace {
+
+const OptionSpec kProductType{"--product-type", ValueKind::Text, "T",
+                              "Product type sent to the service (default TV, the set itself)."};
+const OptionSpec kRequester{"--requester", ValueKind::Integer, "N",
+                            "Who asks: 0 to 3, or 4 for any other requester (default 0).", 0, 4};
+
+const char kDisagreeForms[] =
+    "Several ids are sent one request each; the exit status is 1 when the service refuses any of them.\n"
+    "--all sends one request for every disclaimer.";
+
+const std::vector<CommandSpec> kCommands = {
+    {"status", "", 0, 0, false, {}, "Tell whether the terms-client service is available.",
+     "Exits with 0 when it is and with 3 when it is not (or cannot be reached).", false, RunStatus},
+    {"list", "", 0, 0, false, {kRequester, kProductType}, "List the disclaimers of a requester as a table.",
+     "Asks for the number of disclaimers, then for each one by position.", true, RunList},
+    {"show", "<id>", 1, 1, false,
+     {{"--index", ValueKind::Integer, "N", "Show the disclaimer at this position (from 0) instead of by id.", 0,
+       1 << 30, true},
+      {"--requester", ValueKind::Integer, "N", "Whose list --index counts in: 0 to 4 (default 0).", 0, 4, false,
+       "--index"},
+      kProductType},
+     "Show one disclaimer with all its members and its sections.", "", true, RunShow},
+    {"revised", "", 0, 0, false,
+     {kProductType, {"--terms", ValueKind::Text, "T", "Terms selector passed to the service (default empty)."}},
+     "Show the disclaimers that the service reports as revised.", "", true, RunRevised},
+    {"agree", "<id>...", 1, -1, false,
+     {{"--all", ValueKind::Flag, nullptr, "Agree to every disclaimer.", 0, 0, true},
+      {"--json", ValueKind::Object, "OBJECT",
+       "Send this JSON object of agreements as it is, e.g. '{\"privacy\":\"true\"}'.", 0, 0, true},
+      kProductType},
+     "Agree to disclaimers.",
+     "Several ids are sent one request each; the exit status is 1 when the service refuses any of them.\n"
+     "--all sends one request for every disclaimer; --json sends the object as the agreements.\n"
+     "After \"agree\", --json takes the agreements object; to get JSON output as well, write the global\n"
+     "--json before the command: terms-cli --json agree --json '{...}'.",
+     true, RunAgree},
+    {"disagree", "<id>...", 1, -1, false,
+     {{"--all", ValueKind::Flag, nullptr, "Disagree to every disclaimer.", 0, 0, true}, kProductType},
+     "Withdraw the agreement to disclaimers.", kDisagreeForms, true, RunDisagree},
+    {"agreement", "<id>", 1, 1, false, {}, "Tell whether the user agreed to a disclaimer.",
+     "Read from the agreement cache in the configuration store (db/veranti/disclaimeragrees); exits with 0\n"
+     "whatever the answer.",
+     false, RunAgreement},
+    {"exists", "<id>", 1, 1, false, {}, "Tell whether the agreement cache knows a disclaimer.",
+     "Read from the configuration store; exits with 0 whatever the answer.", false, RunExists},
+    {"title", "<index>", 1, 1, true, {}, "Print the menu title at a position (from 0).",
+     "Read from the configuration store (db/veranti/terms_title); exits with 1 when there is none.", false,
+     RunTitle},
+    {"titles", "", 0, 0, false, {}, "List every menu title.", "Read from the configuration store.", false,
+     RunTitles},
+    {"language", "", 0, 0, false, {}, "Print the language of the terms screens.", "", false, RunLanguage},
+    {"country set", "<code>", 1, 1, false, {}, "Set the country code.", "", true, RunCountrySet},
+    {"country list", "", 0, 0, false, {}, "Ask the service for its country code list.",
+     "The library reports only whether the service accepted the request.", true, RunCountryList},
+    {"update", "", 0, 0, false, {kProductType}, "Ask the service to update the disclaimers.", "", true, RunUpdate},
+    {"update-api", "<request_from> <terms>", 2, 2, false, {},
+     "Ask the service to fetch the disclaimers from its server.", "", true, RunUpdateApi},
+    {"disclaimer-id", "", 0, 0, false,
+     {kProductType, {"--other-page", ValueKind::Flag, nullptr, "Ask for another page than the setup wizard."}},
+     "Ask the service to request the disclaimer ids.", "", true, RunDisclaimerId},
+    {"header", "", 0, 0, false,
+     {{"--web-view", ValueKind::Flag, nullptr, "The header data for the web view screen."}},
+     "Print the header data of the disclaimer screens.", "", true, RunHeader},
+    {"check", "", 0, 0, false,
+     {{"--info", ValueKind::Flag, nullptr, "Ask for the error information, with its message."}},
+     "Run the service's own check and print its error code and reason.",
+     "Exits with 1 when the check fails; the error code and reason are printed either way.", true, RunCheck},
+    {"clone to-usb", "<src> <dest>", 2, 2, false, {}, "Copy clone data from the set to a USB device.", "", true,
+     RunCloneToUsb},
+    {"clone to-tv", "<src> <dest>", 2, 2, false, {}, "Copy clone data from a USB device to the set.", "", true,
+     RunCloneToTv},
+    {"reset", "", 0, 0, false, {}, "Ask the service to reset the content service.", "", true, RunReset},
+    {"store get", "<key>", 1, 1, false, {}, "Print a key of the configuration store.",
+     "Exits with 1 when the key is not set.", false, RunStoreGet},
+    {"store set", "<key> <value>", 2, 2, false, {}, "Set a key of the configuration store.", "", false,
+     RunStoreSet},
+    {"store unset", "<key>", 1, 1, false, {}, "Remove a key from the configuration store.", "", false,
+     RunStoreUnset},
+};
+
+Outcome Execute(const Invocation& invocation) {
+    try {
+        if (invocation.command->needsService && !CVerantiAPI::GetInstance()->IsServiceAvailable()) {
+            return Unreachable();
+        }
+        return invocation.command->run(invocation);
+    } catch (const UsageError&) {
+        throw;
+    } catch (const std::exception& e) {
+        Outcome outcome;
+        outcome.status = kExitRefused;
+        outcome.error = std::string("the service's reply could not be read (") + e.what() + ")";
+        return outcome;
+    }
+}
+
+}  // namespace
+}  // namespace termscli
+
+int main(int argc, char** argv) {
+    using namespace termscli;
+    Invocation invocation;
+    try {
+        invocation = ParseArguments(argc, argv, kCommands);
+        if (invocation.help) {
+            std::cout << HelpText(invocation, kCommands);
+            return kExitDone;
+        }
+        // Before the library writes its first line; a DLOG_OUTPUT of the user's own wins.
+        if (!invocation.verbose) setenv("DLOG_OUTPUT", "none", 0);
+        const Outcome outcome = Execute(invocation);
+        PrintOutcome(outcome, invocation.json);
+        CVerantiAPI::Destroy();
+        return outcome.status;
+    } catch (const UsageError& e) {
+        PrintError(e.what());
+        return kExitUsage;
+    }
+}

@@ -1,0 +1,33 @@
+// Command line of terms-service-sim.
+#ifndef TERMS_SIM_OPTIONS_H
+#define TERMS_SIM_OPTIONS_H
+
+#include <string>
+#include <vector>
+
+#include "FailurePlan.h"
+
+namespace termssim {
+
+extern const char kDefaultBusName[];
+
+struct SimOptions {
+    std::string cataloguePath;  // the installed sample when not given
+    std::string storeRoot;      // empty: VCONF_ROOT or the store's default
+    std::string setDir;
+    std::string usbDir;
+    std::string busName = kDefaultBusName;
+    FailurePlan failures;
+};
+
+enum class ParseOutcome { Run, Help, BadUsage };
+
+// Reads the arguments after the program name. On BadUsage `error` is one
+// sentence naming the problem.
+ParseOutcome ParseOptions(const std::vector<std::string>& args, SimOptions& options, std::string& error);
+
+const char* UsageText();
+
+}  // namespace termssim
+
+#endif

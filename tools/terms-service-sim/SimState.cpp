@@ -1,0 +1,103 @@
+#include "SimState.h"
+
+#include <vconf.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <stdexcept>
+
+#include "SimLog.h"
+
+namespace termssim {
+
+const char kAgreementsKey[] = "db/veranti/disclaimeragrees";
+const char kTitlesKey[] = "db/veranti/terms_title";
+const char kCountryKey[] = "db/veranti/country_code";
+
+namespace {
+
+std::optional<std::string> ReadKey(const char* key) {
+    char* value = vconf_get_str(key);
+    if (!value) return std::nullopt;
+    std::string text(value);
+    free(value);
+    return text;
+}
+
+bool WriteKey(const char* key, const std::string& value, std::string& error) {
+    if (vconf_set_str(key, value.c_str()) == 0) return true;
+    error = std::string("cannot write ") + key + " to the configuration store: " + std::strerror(errno);
+    return false;
+}
+
+std::string TitlesText(const Country& country) {
+    Json::Value titles(Json::arrayValue);
+    for (const std::string& title : country.menuTitles) {
+        Json::Value entry(Json::objectValue);
+        entry["title"] = title;
+        titles.append(entry);
+    }
+    return WriteCompactJson(titles);
+}
+
+}  // namespace
+
+SimState::SimState(const Catalogue& catalogue) : m_Catalogue(catalogue) {
+    const std::optional<std::string> stored = ReadKey(kCountryKey);
+    const Country* country = stored ? catalogue.FindCountry(*stored) : nullptr;
+    if (stored && !country) SimLog(kLogWarn, "stored country \"%s\" is not in the catalogue", stored->c_str());
+    if (!country) country = catalogue.FindCountry(catalogue.DefaultCountry());
+    std::string error;
+    if (!Adopt(*country, error)) throw std::runtime_error(error);
+}
+
+bool SimState::SetCountry(const std::string& code, std::string& error) {
+    const Country* country = m_Catalogue.FindCountry(code);
+    if (!country) {
+        error = "unknown country code \"" + code + "\"";
+        return false;
+    }
+    return Adopt(*country, error);
+}
+
+bool SimState::Adopt(const Country& country, std::string& error) {
+    Agreements agreements = ReadAgreements();
+    const size_t known = agreements.size();
+    for (const Disclaimer& disclaimer : country.disclaimers) agreements.emplace(disclaimer.id, false);
+    const bool stored = WriteKey(kCountryKey, country.code, error) && WriteKey(kTitlesKey, TitlesText(country), error) &&
+                        (agreements.size() == known || WriteAgreements(agreements, error));
+    if (stored) m_Country = &country;
+    return stored;
+}
+
+Agreements SimState::ReadAgreements() const {
+    Agreements agreements;
+    const std::optional<std::string> text = ReadKey(kAgreementsKey);
+    if (!text) return agreements;
+    Json::Value stored;
+    std::string error;
+    if (!ParseStrictJson(*text, stored, error) || !stored.isObject()) {
+        SimLog(kLogWarn, "the stored agreements are not a JSON object, reading them as none: %s", text->c_str());
+        return agreements;
+    }
+    for (const std::string& id : stored.getMemberNames()) {
+        agreements[id] = stored[id].isString() && stored[id].asString() == "true";
+    }
+    return agreements;
+}
+
+bool SimState::IsAgreed(const std::string& id) const {
+    const Agreements agreements = ReadAgreements();
+    const auto found = agreements.find(id);
+    return found != agreements.end() && found->second;
+}
+
+bool SimState::WriteAgreements(const Agreements& agreements, std::string& error) const {
+    Json::Value stored(Json::objectValue);
+    for (const auto& [id, agreed] : agreements) stored[id] = agreed ? "true" : "false";
+    return WriteKey(kAgreementsKey, WriteCompactJson(stored), error);
+}
+
+}  // namespace termssim

@@ -1,0 +1,199 @@
+// terms-service-sim: the simulated terms-client service on the bus.
+//
+// The bus side is the project's bus server toolkit, used through its C
+// interface: one server owning the bus name, a message callback that hands
+// each call to TermsServiceSim, and a GLib main loop. The toolkit answers a
+// call when the callback returns, so the failure modes that answer late or
+// never keep the call inside the callback and run the main context from
+// there ("serving while waiting"): other calls are answered meanwhile.
+#include <glib-unix.h>
+#include <glib.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "Catalogue.h"
+#include "CloneDirs.h"
+#include "FailurePlan.h"
+#include "SimLog.h"
+#include "SimOptions.h"
+#include "SimState.h"
+#include "TermsDbusAPI.h"
+#include "TermsServiceSim.h"
+
+using namespace termssim;
+
+namespace {
+
+const char kServerHandle[] = "terms-service-sim";
+const int kExitStopped = 0;
+const int kExitFailed = 1;
+const int kExitBadUsage = 2;
+
+struct BusService {
+    TermsServiceSim& sim;
+    const FailurePlan& failures;
+    std::string busName;
+    GMainLoop* loop = nullptr;
+    bool stopping = false;
+    int exitCode = kExitStopped;
+};
+
+void Stop(BusService& service, int exitCode) {
+    service.stopping = true;
+    service.exitCode = exitCode;
+    g_main_loop_quit(service.loop);
+}
+
+gboolean OnElapsed(gpointer elapsed) {
+    *static_cast<bool*>(elapsed) = true;
+    return G_SOURCE_REMOVE;
+}
+
+// Runs the main context until `delayMs` have passed (forever when negative)
+// or the service stops, so that other calls are served meanwhile. Waits
+// nest: a call that arrives during a wait is answered inside it, and the
+// outer call answers once the inner wait is over.
+void WaitServing(BusService& service, long delayMs) {
+    bool elapsed = false;
+    const guint timer = delayMs >= 0 ? g_timeout_add(static_cast<guint>(delayMs), OnElapsed, &elapsed) : 0;
+    while (!elapsed && !service.stopping) g_main_context_iteration(nullptr, TRUE);
+    if (timer != 0 && !elapsed) g_source_remove(timer);
+}
+
+// The reply to one parsed request under its failure mode; false when the
+// call is to get the toolkit's failure reply instead (a silent call whose
+// service is stopping: it was never answered while the service ran).
+bool Answer(BusService& service, const Request& request, Json::Value& reply) {
+    const FailureMode mode = service.failures.For(request.name);
+    switch (mode.kind) {
+        case FailureMode::Kind::Refuse:
+            SimLog(kLogInfo, "%s: refused on purpose (--fail)", request.name.c_str());
+            reply = ErrorReply("refused on purpose (--fail " + request.name + "=refuse)");
+            return true;
+        case FailureMode::Kind::Silent:
+            SimLog(kLogInfo, "%s: left unanswered on purpose (--fail)", request.name.c_str());
+            WaitServing(service, -1);
+            return false;
+        case FailureMode::Kind::Delay:
+            reply = service.sim.Handle(request);
+            SimLog(kLogInfo, "%s: answering in %u ms (--fail)", request.name.c_str(), mode.delayMs);
+            WaitServing(service, static_cast<long>(mode.delayMs));
+            return true;
+        case FailureMode::Kind::None:
+            break;
+    }
+    reply = service.sim.Handle(request);
+    return true;
+}
+
+int OnMessage(const char*, TermsDbusMessage* request, TermsDbusMessage* reply, void* data) {
+    BusService& service = *static_cast<BusService*>(data);
+    const std::string protocol = request->type ? request->type : "";
+    const std::string body = request->message ? request->message : "";
+    Request parsed;
+    Json::Value answer;
+    if (TermsServiceSim::Parse(protocol, body, parsed, answer) && !Answer(service, parsed, answer)) return 0;
+    reply->from = CopyTermsDbusString(service.busName.c_str());
+    reply->type = CopyTermsDbusString(protocol.c_str());
+    reply->message = CopyTermsDbusString(WriteCompactJson(answer).c_str());
+    return 1;
+}
+
+void OnNameAcquired(void* data) {
+    const BusService& service = *static_cast<BusService*>(data);
+    SimLog(kLogInfo, "serving %s", service.busName.c_str());
+    std::printf("terms-service-sim: serving %s\n", service.busName.c_str());
+    std::fflush(stdout);
+}
+
+void OnNameLost(void* data) {
+    BusService& service = *static_cast<BusService*>(data);
+    SimLog(kLogError, "lost the bus name %s", service.busName.c_str());
+    std::fprintf(stderr,
+                 "terms-service-sim: cannot own %s on the bus (taken by another process, or not allowed by the "
+                 "bus policy).\n",
+                 service.busName.c_str());
+    Stop(service, kExitFailed);
+}
+
+gboolean OnStopSignal(gpointer data) {
+    SimLog(kLogInfo, "stopping");
+    Stop(*static_cast<BusService*>(data), kExitStopped);
+    return G_SOURCE_CONTINUE;
+}
+
+int Serve(BusService& service) {
+    if (!InitiateTermsDbusServer(kServerHandle)) return kExitFailed;
+    RegisterTermsDbusCallback(kServerHandle, TERMS_DBUS_CALLBACK_MESSAGE, reinterpret_cast<void*>(&OnMessage),
+                              &service);
+    RegisterTermsDbusCallback(kServerHandle, TERMS_DBUS_CALLBACK_NAME_ACQUIRED,
+                              reinterpret_cast<void*>(&OnNameAcquired), &service);
+    RegisterTermsDbusCallback(kServerHandle, TERMS_DBUS_CALLBACK_NAME_LOST, reinterpret_cast<void*>(&OnNameLost),
+                              &service);
+    service.loop = g_main_loop_new(nullptr, FALSE);
+    const guint interrupt = g_unix_signal_add(SIGINT, OnStopSignal, &service);
+    const guint terminate = g_unix_signal_add(SIGTERM, OnStopSignal, &service);
+    if (CreateTermsDbusServer(service.busName.c_str())) {
+        g_main_loop_run(service.loop);
+    } else {
+        std::fprintf(stderr, "terms-service-sim: cannot serve %s on the system bus.\n", service.busName.c_str());
+        service.exitCode = kExitFailed;
+    }
+    CloseTermsDbusServer(kServerHandle);
+    g_source_remove(interrupt);
+    g_source_remove(terminate);
+    g_main_loop_unref(service.loop);
+    return service.exitCode;
+}
+
+bool PrepareCloneDirs(const SimOptions& options) {
+    if (options.setDir.empty()) return true;
+    std::error_code error;
+    for (const std::string& dir : {options.setDir, options.usbDir}) {
+        std::filesystem::create_directories(dir, error);
+        if (!std::filesystem::is_directory(dir)) {
+            std::fprintf(stderr, "terms-service-sim: %s is not a directory and cannot be made.\n", dir.c_str());
+            return false;
+        }
+    }
+    return true;
+}
+
+int Run(const SimOptions& options) {
+    if (!options.storeRoot.empty()) setenv("VCONF_ROOT", options.storeRoot.c_str(), 1);
+    if (!PrepareCloneDirs(options)) return kExitFailed;
+    try {
+        const Catalogue catalogue = Catalogue::Load(options.cataloguePath);
+        SimState state(catalogue);
+        TermsServiceSim sim(catalogue, state, CloneDirs(options.setDir, options.usbDir));
+        BusService service{sim, options.failures, options.busName};
+        SimLog(kLogInfo, "catalogue %s, country %s", options.cataloguePath.c_str(),
+               state.CurrentCountry().code.c_str());
+        return Serve(service);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "terms-service-sim: %s\n", error.what());
+        return kExitFailed;
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    SimOptions options;
+    options.cataloguePath = TERMS_SIM_DEFAULT_CATALOGUE;
+    std::string error;
+    switch (ParseOptions(std::vector<std::string>(argv + 1, argv + argc), options, error)) {
+        case ParseOutcome::Help:
+            std::fputs(UsageText(), stdout);
+            return kExitStopped;
+        case ParseOutcome::BadUsage:
+            std::fprintf(stderr, "terms-service-sim: %s\n", error.c_str());
+            return kExitBadUsage;
+        case ParseOutcome::Run:
+            break;
+    }
+    return Run(options);
+}

@@ -8,6 +8,7 @@ PACKAGES=(
   libglib2.0-dev libjsoncpp-dev libsystemd-dev
   libgtest-dev
   dbus
+  libglib2.0-bin systemd python3-dbus python3-gi
   mono-mcs mono-runtime
 )
 

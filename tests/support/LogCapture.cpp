@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <mutex>
-#include <regex>
+#include <string>
 
 namespace testbed {
 namespace {
@@ -20,20 +20,47 @@ bool EchoRequested() {
     return echo;
 }
 
-// Splits "<file>: <function>(<line>) > <colour><message>\033[0m\n".
+bool IsLineNumber(const std::string& text) {
+    const size_t digits = !text.empty() && text[0] == '-' ? 1 : 0;
+    return text.size() > digits && text.find_first_not_of("0123456789", digits) == std::string::npos;
+}
+
+// Length of the colour code "\033[<digits>m" at `pos`, or 0.
+size_t ColourLength(const std::string& text, size_t pos) {
+    if (text.compare(pos, 2, "\033[") != 0) return 0;
+    const size_t end = text.find_first_not_of("0123456789", pos + 2);
+    return end != std::string::npos && end > pos + 2 && text[end] == 'm' ? end + 1 - pos : 0;
+}
+
+// Splits "<file>: <function>(<line>) > <colour><message>\033[0m\n"; a line of
+// another layout keeps its whole text as the message. No regular expression:
+// messages may be very long.
 void ParseLayout(LogLine& line) {
-    static const std::regex layout(R"(^([^:]*): (.*)\((-?\d+)\) > (\x1b\[\d+m)?([\s\S]*?)(\x1b\[0m)?\n?$)");
-    std::smatch match;
-    if (!std::regex_match(line.text, match, layout)) {
-        line.message = line.text;
-        line.line = -1;
+    const std::string& text = line.text;
+    line.message = text;
+    line.line = -1;
+    const size_t fileEnd = text.find(':');
+    if (fileEnd == std::string::npos || text.compare(fileEnd, 2, ": ") != 0) return;
+    for (size_t close = text.find(") > ", fileEnd); close != std::string::npos; close = text.find(") > ", close + 1)) {
+        const size_t open = text.rfind('(', close);
+        if (open == std::string::npos || open < fileEnd + 2) return;
+        const std::string number = text.substr(open + 1, close - open - 1);
+        if (!IsLineNumber(number)) continue;
+        line.file = text.substr(0, fileEnd);
+        line.function = text.substr(fileEnd + 2, open - fileEnd - 2);
+        line.line = std::stoi(number);
+        size_t pos = close + 4;
+        const size_t colour = ColourLength(text, pos);
+        line.colour = text.substr(pos, colour);
+        pos += colour;
+        std::string message = text.substr(pos);
+        if (!message.empty() && message.back() == '\n') message.pop_back();
+        const std::string reset = "\033[0m";
+        if (message.size() >= reset.size() && message.compare(message.size() - reset.size(), reset.size(), reset) == 0)
+            message.erase(message.size() - reset.size());
+        line.message = message;
         return;
     }
-    line.file = match[1];
-    line.function = match[2];
-    line.line = std::stoi(match[3]);
-    line.colour = match[4];
-    line.message = match[5];
 }
 
 std::string Format(const char* fmt, va_list args) {

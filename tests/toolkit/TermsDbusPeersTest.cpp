@@ -9,6 +9,8 @@ struct PayloadCase {
     std::vector<unsigned char> echoed;
 };
 
+void PrintTo(const PayloadCase& c, std::ostream* os) { *os << c.name; }
+
 class ATwoProcessRoundTrip : public ATwoProcessExchange, public testing::WithParamInterface<PayloadCase> {};
 
 TEST_P(ATwoProcessRoundTrip, CarriesThePayloadBothWays) {

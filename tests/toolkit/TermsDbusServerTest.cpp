@@ -118,6 +118,13 @@ TEST_F(AToolkitServer, RefusesASignalTooLargeForTheBusAndStaysUsable) {
     EXPECT_EQ(result.exitStatus, 0);
 }
 
+TEST_F(AToolkitServer, LeavesTheProcessAliveWhenTheSharedConnectionCloses) {
+    ASSERT_TRUE(m_Server.IsUp());
+    GDBusConnection* shared = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+    EXPECT_FALSE(g_dbus_connection_get_exit_on_close(shared));
+    g_object_unref(shared);
+}
+
 TEST_F(AToolkitServer, RefusesASecondCreationAndKeepsItsName) {
     ASSERT_TRUE(m_Server.IsUp());
     EXPECT_FALSE(g_DbusServer->CreateDbusServer("test.other"));

@@ -49,6 +49,8 @@ struct PayloadPresenceCase {
     bool sentAsPayload;
 };
 
+void PrintTo(const PayloadPresenceCase& c, std::ostream* os) { *os << c.name; }
+
 class TheEncodings : public testing::TestWithParam<PayloadPresenceCase> {};
 
 TEST_P(TheEncodings, ChooseTheShapeByPayloadPresence) {
@@ -116,6 +118,8 @@ struct ReceivedCase {
     const char* tuple;
     std::vector<unsigned char> payload;
 };
+
+void PrintTo(const ReceivedCase& c, std::ostream* os) { *os << c.name; }
 
 class AReceivedTuple : public testing::TestWithParam<ReceivedCase> {};
 

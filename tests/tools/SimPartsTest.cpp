@@ -31,7 +31,8 @@ TEST(ACatalogue, NamesThePlaceOfEachMistake) {
         {"{", "not valid JSON"},
         {Edited(R"("default_country": "AA")", R"("default_country": "ZZ")"), "default_country"},
         {Edited(R"("title": "Child")", R"("titel": "Child")"), "disclaimers.child.titel: unknown member"},
-        {Edited(R"("agree_dependency": "base")", R"("agree_dependency": "nope")"), "disclaimers.child.agree_dependency"},
+        {Edited(R"("agree_dependency": "base")", R"("agree_dependency": "nope")"),
+         "disclaimers.child.agree_dependency"},
         {Edited(R"("agree_dependency": "base")", R"("agree_dependency": "note")"), "is a notice"},
         {Edited(R"("revised": ["child"])", R"("revised": ["bb_only"])"), "countries.AA.revised"},
         {Edited(R"("0": ["base", "child"])", R"("0": ["base", 5])"), "countries.AA.requesters.0[1]"},
@@ -117,10 +118,17 @@ TEST_F(CloneDirsTest, CopiesBetweenTheSidesMakingMissingDirectories) {
 
 TEST_F(CloneDirsTest, RefusesPathsThatLeaveTheirSideAndNeverWritesOutside) {
     const std::pair<const char*, const char*> kRefused[] = {
-        {"/etc/passwd", "x"}, {"tv.dat", "/tmp/x"},       {"../outside/secret", "x"},
-        {"tv.dat", "../x"},   {"tv.dat", "a/../../x"},    {"link-out", "x"},
-        {"tv.dat", "dir-out/x"}, {"", "x"},               {"missing", "x"},
-        {".", "x"},           {"tv.dat", "."},
+        {"/etc/passwd", "x"},
+        {"tv.dat", "/tmp/x"},
+        {"../outside/secret", "x"},
+        {"tv.dat", "../x"},
+        {"tv.dat", "a/../../x"},
+        {"link-out", "x"},
+        {"tv.dat", "dir-out/x"},
+        {"", "x"},
+        {"missing", "x"},
+        {".", "x"},
+        {"tv.dat", "."},
     };
     for (const auto& [src, dest] : kRefused) {
         std::string error;
@@ -153,8 +161,8 @@ TEST(AFailurePlan, ReadsModesPerMethodWithAStarForTheRest) {
 TEST(TheSimulatorCommandLine, ReadsEveryOptionInBothSpellings) {
     SimOptions options;
     std::string error;
-    ASSERT_EQ(ParseOptions({"--catalogue", "c.json", "--store-root=/s", "--set-dir", "/a", "--usb-dir=/b",
-                            "--bus-name", "x.y", "--fail", "request reset nimbra=silent"},
+    ASSERT_EQ(ParseOptions({"--catalogue", "c.json", "--store-root=/s", "--set-dir", "/a", "--usb-dir=/b", "--bus-name",
+                            "x.y", "--fail", "request reset nimbra=silent"},
                            options, error),
               ParseOutcome::Run)
         << error;
@@ -166,8 +174,8 @@ TEST(TheSimulatorCommandLine, ReadsEveryOptionInBothSpellings) {
 }
 
 TEST(TheSimulatorCommandLine, RefusesBadUsageWithAReason) {
-    const std::vector<std::vector<std::string>> kBad = {
-        {"--nope"}, {"--catalogue"}, {"--catalogue="}, {"--set-dir", "/a"}, {"--fail", "x=refuse"}, {"extra"}};
+    const std::vector<std::vector<std::string>> kBad = {{"--nope"},          {"--catalogue"},        {"--catalogue="},
+                                                        {"--set-dir", "/a"}, {"--fail", "x=refuse"}, {"extra"}};
     for (const auto& args : kBad) {
         SimOptions options;
         std::string error;

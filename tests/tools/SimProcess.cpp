@@ -49,7 +49,9 @@ Outcome WaitForServing(int fd) {
 
 SimProcess::SimProcess(std::vector<std::string> args) : m_Args(std::move(args)) {}
 
-SimProcess::~SimProcess() { Stop(); }
+SimProcess::~SimProcess() {
+    Stop();
+}
 
 bool SimProcess::Start() {
     int fds[2];

@@ -16,7 +16,9 @@ namespace {
 using clitest::CliRun;
 using Args = std::vector<std::string>;
 
-CliRun Cli(const Args& args) { return clitest::RunProgram(TERMS_CLI_PATH, args); }
+CliRun Cli(const Args& args) {
+    return clitest::RunProgram(TERMS_CLI_PATH, args);
+}
 
 Json::Value JsonOf(const CliRun& run) {
     Json::CharReaderBuilder builder;

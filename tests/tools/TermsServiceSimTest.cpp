@@ -32,7 +32,9 @@ protected:
         m_Sim = std::make_unique<TermsServiceSim>(m_Catalogue, *m_State, CloneDirs());
     }
 
-    Json::Value Call(const std::string& body, const std::string& protocol = "") { return m_Sim->Handle(protocol, body); }
+    Json::Value Call(const std::string& body, const std::string& protocol = "") {
+        return m_Sim->Handle(protocol, body);
+    }
 
     Json::Value StoredAgreements() const { return Parsed(m_Store.Get(kAgreementsKey).value_or("null")); }
     std::string StoredState() const {
@@ -98,8 +100,8 @@ TEST_F(ASimulatedService, AnswersEveryRequestWithTheMembersTheLibraryReads) {
             EXPECT_EQ(reply[member], expected[member]) << request.body << " -> " << WriteCompactJson(reply);
         }
     }
-    EXPECT_EQ(covered, std::set<std::string>(TermsServiceSim::KnownRequests().begin(),
-                                             TermsServiceSim::KnownRequests().end()));
+    EXPECT_EQ(covered,
+              std::set<std::string>(TermsServiceSim::KnownRequests().begin(), TermsServiceSim::KnownRequests().end()));
 }
 
 TEST_F(ASimulatedService, SendsEveryMemberOfADisclaimerWithSectionsAsJsonText) {
@@ -111,7 +113,8 @@ TEST_F(ASimulatedService, SendsEveryMemberOfADisclaimerWithSectionsAsJsonText) {
               R"("details":"[{\"data\":\"D1\",\"title\":\"S1\"},{\"data\":\"D2\",\"title\":\"S2\"}]",)"
               R"("id":"base","intro":"Read me","is_agreed":false,"only_notice":false,"order":0,"ppused":false,)"
               R"("result":true,"reverse":false,"title":"Base terms","version":"1.0"})");
-    const Json::Value prose = Call(R"({"method":"get disclaimer by term id","product_type":"TV","request_item":"child"})");
+    const Json::Value prose =
+        Call(R"({"method":"get disclaimer by term id","product_type":"TV","request_item":"child"})");
     EXPECT_EQ(prose["details"], "Plain prose.");
     EXPECT_EQ(prose["agree_dependency"], "base");
 }
@@ -123,8 +126,9 @@ TEST_F(ASimulatedService, GivesEachRequesterItsOwnListAndOthersTheCatchAll) {
         body["requester"] = requester;
         EXPECT_EQ(Call(WriteCompactJson(body))["number"], count) << requester;
     }
-    EXPECT_EQ(Call(R"({"method":"get disclaimer by order","product_type":"TV","requester":0,"request_index":2})")["result"],
-              false);
+    EXPECT_EQ(
+        Call(R"({"method":"get disclaimer by order","product_type":"TV","requester":0,"request_index":2})")["result"],
+        false);
 }
 
 TEST_F(ASimulatedService, StartsWithTheDefaultCountryItsTitlesAndEveryItemNotAgreed) {
@@ -134,11 +138,12 @@ TEST_F(ASimulatedService, StartsWithTheDefaultCountryItsTitlesAndEveryItemNotAgr
 }
 
 TEST_F(ASimulatedService, StoresAgreementsAsTrueOrFalseTextsThatTheAgreementQueryReads) {
-    EXPECT_EQ(Call(R"({"method":"set one agreement","product_type":"TV","request_item":"base","is_agreed":true})")["result"],
-              true);
+    EXPECT_EQ(
+        Call(R"({"method":"set one agreement","product_type":"TV","request_item":"base","is_agreed":true})")["result"],
+        true);
     EXPECT_EQ(StoredAgreements()["base"], "true");
-    const Json::Value query =
-        Call(R"({"request_type":"get disclaimer agreement","product_type":"TV","request_item":"base"})", kCommonProtocol);
+    const Json::Value query = Call(
+        R"({"request_type":"get disclaimer agreement","product_type":"TV","request_item":"base"})", kCommonProtocol);
     EXPECT_EQ(query["is_agreed"], true);
     EXPECT_EQ(Call(R"({"method":"set agreements","product_type":"TV","base":"false","extra":true})")["result"], true);
     EXPECT_EQ(StoredAgreements()["base"], "false");
@@ -146,31 +151,36 @@ TEST_F(ASimulatedService, StoresAgreementsAsTrueOrFalseTextsThatTheAgreementQuer
 }
 
 TEST_F(ASimulatedService, AgreesToADependentItemOnlyWithItsDependencyAndWithdrawsItWithIt) {
-    const std::string agreeChild = R"({"method":"set one agreement","product_type":"TV","request_item":"child","is_agreed":true})";
+    const std::string agreeChild =
+        R"({"method":"set one agreement","product_type":"TV","request_item":"child","is_agreed":true})";
     EXPECT_EQ(Call(agreeChild)["result"], false);
     EXPECT_EQ(StoredAgreements()["child"], "false");
     EXPECT_EQ(Call(R"({"method":"set agreements","product_type":"TV","child":true,"base":true})")["result"], true);
     EXPECT_EQ(StoredAgreements()["child"], "true");
-    EXPECT_EQ(Call(R"({"method":"set one agreement","product_type":"TV","request_item":"base","is_agreed":false})")["result"],
-              true);
+    EXPECT_EQ(
+        Call(R"({"method":"set one agreement","product_type":"TV","request_item":"base","is_agreed":false})")["result"],
+        true);
     EXPECT_EQ(StoredAgreements()["child"], "false");
 }
 
 TEST_F(ASimulatedService, LeavesNoticesOutOfAgreements) {
-    EXPECT_EQ(Call(R"({"method":"set one agreement","product_type":"TV","request_item":"note","is_agreed":true})")["result"],
-              false);
+    EXPECT_EQ(
+        Call(R"({"method":"set one agreement","product_type":"TV","request_item":"note","is_agreed":true})")["result"],
+        false);
     EXPECT_EQ(Call(R"({"method":"set all agreement","product_type":"TV","is_agreed":true})")["result"], true);
     EXPECT_EQ(WriteCompactJson(StoredAgreements()), R"({"base":"true","child":"true","extra":"true","note":"false"})");
     EXPECT_EQ(Call(R"({"method":"set all agreement","product_type":"TV","is_agreed":false})")["result"], true);
-    EXPECT_EQ(WriteCompactJson(StoredAgreements()), R"({"base":"false","child":"false","extra":"false","note":"false"})");
+    EXPECT_EQ(WriteCompactJson(StoredAgreements()),
+              R"({"base":"false","child":"false","extra":"false","note":"false"})");
 }
 
 TEST_F(ASimulatedService, ListsRevisedItemsFilteredByTheTermsSelector) {
     const Json::Value all = Call(R"({"method":"get revised disclaimers","product_type":"TV","terms":"all"})");
     ASSERT_EQ(all["disclaimers"].size(), 1u);
     EXPECT_EQ(all["disclaimers"][0]["id"], "child");
-    EXPECT_EQ(Call(R"({"method":"get revised disclaimers","product_type":"TV","terms":"base,extra"})")["disclaimers"].size(),
-              0u);
+    EXPECT_EQ(
+        Call(R"({"method":"get revised disclaimers","product_type":"TV","terms":"base,extra"})")["disclaimers"].size(),
+        0u);
 }
 
 TEST_F(ASimulatedService, SwitchesCountryWithItsTextsTitlesAndHeaderAndKeepsEarlierAgreements) {
@@ -180,7 +190,8 @@ TEST_F(ASimulatedService, SwitchesCountryWithItsTextsTitlesAndHeaderAndKeepsEarl
     EXPECT_EQ(m_Store.Get(kTitlesKey), R"([{"title":"Bé"}])");
     EXPECT_EQ(StoredAgreements()["base"], "true");
     EXPECT_EQ(StoredAgreements()["bb_only"], "false");
-    const Json::Value base = Call(R"({"method":"get disclaimer by term id","product_type":"TV","request_item":"base"})");
+    const Json::Value base =
+        Call(R"({"method":"get disclaimer by term id","product_type":"TV","request_item":"base"})");
     EXPECT_EQ(base["title"], "Grundlage – 기본");
     EXPECT_EQ(base["order"], 1);
     EXPECT_EQ(Call(R"({"method":"get information for web view disclaimer"})")["headerData"]["w"], "top");
@@ -193,8 +204,10 @@ TEST_F(ASimulatedService, KeepsCountryAndAgreementsAcrossARestart) {
     Call(R"({"method":"set one agreement","product_type":"TV","request_item":"bb_only","is_agreed":true})");
     Restart();
     EXPECT_EQ(m_State->CurrentCountry().code, "BB");
-    EXPECT_EQ(Call(R"({"method":"get disclaimer by order","product_type":"TV","requester":0,"request_index":0})")["is_agreed"],
-              true);
+    EXPECT_EQ(
+        Call(
+            R"({"method":"get disclaimer by order","product_type":"TV","requester":0,"request_index":0})")["is_agreed"],
+        true);
 }
 
 TEST_F(ASimulatedService, FallsBackToTheDefaultCountryWhenTheStoredOneIsUnknown) {
@@ -259,9 +272,14 @@ TEST_F(ASimulatedService, AnswersMutatedRequestsWithAResultAndNeverThrows) {
             const size_t at = random() % body.size();
             const char c = alphabet[random() % alphabet.size()];
             switch (random() % 3) {
-                case 0: body[at] = c; break;
-                case 1: body.insert(at, 1, c); break;
-                default: body.erase(at, 1);
+                case 0:
+                    body[at] = c;
+                    break;
+                case 1:
+                    body.insert(at, 1, c);
+                    break;
+                default:
+                    body.erase(at, 1);
             }
         }
         Json::Value reply;

@@ -100,8 +100,9 @@ void CheckValue(const Invocation& invocation, const OptionSpec& option, const st
     if (option.kind != ValueKind::Integer) return;
     long number = 0;
     if (!ParseWholeNumber(value, number) || number < option.min || number > option.max) {
+        const std::string range = option.max == INT_MAX ? " up" : " to " + std::to_string(option.max);
         Fail(invocation, std::string(option.name) + " must be a whole number from " + std::to_string(option.min) +
-                             " to " + std::to_string(option.max) + ", not \"" + value + "\"");
+                             range + ", not \"" + value + "\"");
     }
 }
 
@@ -160,7 +161,8 @@ void CheckOperandCount(const Invocation& invocation) {
         if (count > 0) Fail(invocation, replacing[0] + " takes the place of the operands; give one or the other");
         return;
     }
-    if (count < command.minOperands) Fail(invocation, std::string(command.name) + " needs " + OperandsSynopsis(command));
+    if (count < command.minOperands)
+        Fail(invocation, std::string(command.name) + " needs " + OperandsSynopsis(command));
     if (command.maxOperands >= 0 && count > command.maxOperands) {
         Fail(invocation, std::string(command.name) + " takes at most " + std::to_string(command.maxOperands) +
                              " operand" + (command.maxOperands == 1 ? "" : "s") + ", not " + std::to_string(count));
@@ -188,7 +190,8 @@ std::string Columns(const std::vector<std::pair<std::string, std::string>>& rows
     size_t width = 0;
     for (const auto& row : rows) width = std::max(width, row.first.size());
     std::string text;
-    for (const auto& row : rows) text += "  " + row.first + std::string(width - row.first.size() + 2, ' ') + row.second + "\n";
+    for (const auto& row : rows)
+        text += "  " + row.first + std::string(width - row.first.size() + 2, ' ') + row.second + "\n";
     return text;
 }
 
@@ -215,8 +218,8 @@ std::string UsageLines(const CommandSpec& command) {
     auto optional = [&command](const char* form) {
         std::string text;
         for (const OptionSpec& option : command.options) {
-            const bool belongs = form ? option.needs && std::string(form) == option.needs
-                                      : !option.needs && !option.replacesOperands;
+            const bool belongs =
+                form ? option.needs && std::string(form) == option.needs : !option.needs && !option.replacesOperands;
             if (belongs) text += " [" + OptionSynopsis(option) + "]";
         }
         return text;
@@ -280,7 +283,9 @@ int Invocation::Integer(const std::string& option, int fallback) const {
     return found == options.end() ? fallback : std::atoi(found->second.c_str());
 }
 
-int Invocation::IntegerOperand(size_t i) const { return std::atoi(operands.at(i).c_str()); }
+int Invocation::IntegerOperand(size_t i) const {
+    return std::atoi(operands.at(i).c_str());
+}
 
 Json::Value Invocation::Object(const std::string& option) const {
     Json::Value object;

@@ -21,15 +21,21 @@ using ItemList = std::vector<std::unique_ptr<STHomeDisclaimerContentItem>>;
 // Product type of the set itself.
 const char kTelevision[] = "TV";
 
-CVerantiAPI& Client() { return *CVerantiAPI::GetInstance(); }
+CVerantiAPI& Client() {
+    return *CVerantiAPI::GetInstance();
+}
 
-std::string ProductType(const Invocation& invocation) { return invocation.Text("--product-type", kTelevision); }
+std::string ProductType(const Invocation& invocation) {
+    return invocation.Text("--product-type", kTelevision);
+}
 
 EHomeDisclaimerRequester Requester(const Invocation& invocation) {
     return static_cast<EHomeDisclaimerRequester>(invocation.Integer("--requester", 0));
 }
 
-std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
+std::string Quoted(const std::string& text) {
+    return "\"" + text + "\"";
+}
 
 Outcome Done(std::string text, Json::Value data = Json::Value(Json::objectValue)) {
     Outcome outcome;
@@ -70,8 +76,12 @@ std::string ItemsToTable(const ItemList& items, bool withPosition) {
     std::vector<Row> rows;
     for (size_t i = 0; i < items.size(); ++i) {
         const STHomeDisclaimerContentItem& item = *items[i];
-        Row row = {item.strItemId, item.strVersion, YesNo(item.bIsAgreed), YesNo(item.bOnlyNotice),
-                   std::to_string(item.vecDetailData.size() / 2), item.strTitle};
+        Row row = {item.strItemId,
+                   item.strVersion,
+                   YesNo(item.bIsAgreed),
+                   YesNo(item.bOnlyNotice),
+                   std::to_string(item.vecDetailData.size() / 2),
+                   item.strTitle};
         if (withPosition) row.insert(row.begin(), std::to_string(i));
         rows.push_back(row);
     }
@@ -87,48 +97,47 @@ Outcome ShowItem(int result, const STHomeDisclaimerContentItem& item, const std:
     return Done(ItemToText(item, Filled::All), data);
 }
 
-// agree and disagree: every id, --all, or (agree only) an object of agreements.
-Outcome SetAgreements(const Invocation& invocation, bool agreed) {
-    const std::string productType = ProductType(invocation);
-    const std::string verb = agreed ? "agree" : "disagree";
-    Json::Value data(Json::objectValue);
-    if (invocation.Has("--json")) {
-        Json::Value agreements = invocation.Object("--json");
-        data["agreements"] = agreements;
-        return Answer(Client().SetDisclaimersAgreement(agreements, true, productType), "Agreements set.",
-                      "the agreements", data);
-    }
-    data["agreed"] = agreed;
-    if (invocation.Has("--all")) {
-        data["all"] = true;
-        return Answer(Client().SetAllDisclaimerItemAgreement(agreed ? 1 : 0, productType),
-                      std::string(agreed ? "Agreed" : "Disagreed") + " to all disclaimers.",
-                      "to " + verb + " to all disclaimers", data);
-    }
+// One request per id; refused when the service refuses any of them.
+Outcome SetEachAgreement(const Invocation& invocation, bool agreed, Json::Value data) {
     std::vector<Row> rows;
-    std::vector<std::string> refused;
+    std::string refused;
     data["items"] = Json::Value(Json::arrayValue);
     for (const std::string& id : invocation.operands) {
-        const bool accepted = Client().SetDisclaimerItemAgreement(id, agreed ? 1 : 0, productType);
+        const bool accepted = Client().SetDisclaimerItemAgreement(id, agreed ? 1 : 0, ProductType(invocation));
         Json::Value entry(Json::objectValue);
         entry["id"] = id;
         entry["accepted"] = accepted;
         data["items"].append(entry);
         rows.push_back({id, accepted ? (agreed ? "agreed" : "disagreed") : "refused"});
-        if (!accepted) refused.push_back(id);
+        if (!accepted) refused += (refused.empty() ? "" : ", ") + Quoted(id);
     }
     const std::string table = Table({"ID", "RESULT"}, rows);
     if (refused.empty()) return Done(table, data);
-    std::string names;
-    for (const std::string& id : refused) names += (names.empty() ? "" : ", ") + Quoted(id);
-    return Refused("the service refused to " + verb + " to " + names, data, table);
+    return Refused(std::string("the service refused to ") + (agreed ? "agree" : "disagree") + " to " + refused, data,
+                   table);
+}
+
+// agree and disagree: every id, --all, or (agree only) an object of agreements.
+Outcome SetAgreements(const Invocation& invocation, bool agreed) {
+    Json::Value data(Json::objectValue);
+    if (invocation.Has("--json")) {
+        Json::Value agreements = invocation.Object("--json");
+        data["agreements"] = agreements;
+        return Answer(Client().SetDisclaimersAgreement(agreements, true, ProductType(invocation)), "Agreements set.",
+                      "the agreements", data);
+    }
+    data["agreed"] = agreed;
+    if (!invocation.Has("--all")) return SetEachAgreement(invocation, agreed, data);
+    data["all"] = true;
+    return Answer(Client().SetAllDisclaimerItemAgreement(agreed ? 1 : 0, ProductType(invocation)),
+                  std::string(agreed ? "Agreed" : "Disagreed") + " to all disclaimers.",
+                  std::string("to ") + (agreed ? "agree" : "disagree") + " to all disclaimers", data);
 }
 
 Outcome Clone(const Invocation& invocation, bool toUsb) {
     const std::string& src = invocation.operands[0];
     const std::string& dest = invocation.operands[1];
-    const bool accepted =
-        toUsb ? Client().CopyCloneDataTVtoUSB(src, dest) : Client().CopyCloneDataUSBtoTV(src, dest);
+    const bool accepted = toUsb ? Client().CopyCloneDataTVtoUSB(src, dest) : Client().CopyCloneDataUSBtoTV(src, dest);
     const std::string direction = toUsb ? "from the set to USB" : "from USB to the set";
     return Answer(accepted, "Copied " + src + " to " + dest + " (" + direction + ").",
                   "to copy clone data " + direction);
@@ -202,9 +211,13 @@ Outcome RunRevised(const Invocation& invocation) {
     return Done(text, data);
 }
 
-Outcome RunAgree(const Invocation& invocation) { return SetAgreements(invocation, true); }
+Outcome RunAgree(const Invocation& invocation) {
+    return SetAgreements(invocation, true);
+}
 
-Outcome RunDisagree(const Invocation& invocation) { return SetAgreements(invocation, false); }
+Outcome RunDisagree(const Invocation& invocation) {
+    return SetAgreements(invocation, false);
+}
 
 Outcome RunAgreement(const Invocation& invocation) {
     const std::string& id = invocation.operands[0];
@@ -277,14 +290,12 @@ Outcome RunUpdate(const Invocation& invocation) {
 
 Outcome RunUpdateApi(const Invocation& invocation) {
     return Answer(Client().RequestDisclaimersRESTAPI(invocation.operands[0], invocation.operands[1]),
-                  "The service accepted the request to fetch the disclaimers.",
-                  "the request to fetch the disclaimers");
+                  "The service accepted the request to fetch the disclaimers.", "the request to fetch the disclaimers");
 }
 
 Outcome RunDisclaimerId(const Invocation& invocation) {
     return Answer(Client().RequestDisclaimerID(ProductType(invocation), invocation.Has("--other-page")),
-                  "The service accepted the request for the disclaimer ids.",
-                  "the request for the disclaimer ids");
+                  "The service accepted the request for the disclaimer ids.", "the request for the disclaimer ids");
 }
 
 Outcome RunHeader(const Invocation& invocation) {
@@ -305,8 +316,8 @@ Outcome RunCheck(const Invocation& invocation) {
     int errorReason = 0;
     std::string message;
     const bool info = invocation.Has("--info");
-    const bool passed = info ? Client().DravikCheck(errorCode, errorReason, message)
-                             : Client().DravikCheck(errorCode, errorReason);
+    const bool passed =
+        info ? Client().DravikCheck(errorCode, errorReason, message) : Client().DravikCheck(errorCode, errorReason);
     Json::Value data(Json::objectValue);
     data["passed"] = passed;
     data["errorcode"] = errorCode;
@@ -324,9 +335,13 @@ Outcome RunCheck(const Invocation& invocation) {
                    data, text);
 }
 
-Outcome RunCloneToUsb(const Invocation& invocation) { return Clone(invocation, true); }
+Outcome RunCloneToUsb(const Invocation& invocation) {
+    return Clone(invocation, true);
+}
 
-Outcome RunCloneToTv(const Invocation& invocation) { return Clone(invocation, false); }
+Outcome RunCloneToTv(const Invocation& invocation) {
+    return Clone(invocation, false);
+}
 
 Outcome RunReset(const Invocation&) {
     return Answer(Client().RequestResetNimbra(), "The service accepted the reset request.", "the reset request");

@@ -9,9 +9,8 @@ namespace {
 
 // Characters in UTF-8 text: every byte that does not continue a sequence.
 size_t DisplayWidth(const std::string& text) {
-    return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-        return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-    }));
+    return static_cast<size_t>(
+        std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
 }
 
 std::string Padded(const std::string& cell, size_t width) {
@@ -42,7 +41,9 @@ std::vector<std::string> Buttons(const STHomeDisclaimerContentItem& item) {
     return labels;
 }
 
-std::string OrDash(const std::string& text) { return text.empty() ? "-" : text; }
+std::string OrDash(const std::string& text) {
+    return text.empty() ? "-" : text;
+}
 
 std::string ButtonsText(const STHomeDisclaimerContentItem& item) {
     std::string text;
@@ -101,7 +102,9 @@ std::string Indent(const std::string& text, int spaces) {
     return indented.empty() ? std::string(static_cast<size_t>(spaces), ' ') + "\n" : indented;
 }
 
-const char* YesNo(bool value) { return value ? "yes" : "no"; }
+const char* YesNo(bool value) {
+    return value ? "yes" : "no";
+}
 
 Json::Value ItemToJson(const STHomeDisclaimerContentItem& item) {
     Json::Value json(Json::objectValue);
@@ -148,7 +151,9 @@ std::string ItemToText(const STHomeDisclaimerContentItem& item, Filled filled) {
     return text.str();
 }
 
-void PrintError(const std::string& sentence) { std::cerr << "terms-cli: " << sentence << ".\n"; }
+void PrintError(const std::string& sentence) {
+    std::cerr << "terms-cli: " << sentence << ".\n";
+}
 
 void PrintOutcome(const Outcome& outcome, bool json) {
     if (json) {

@@ -4,6 +4,7 @@
 // log lines off the terminal unless asked, and runs one subcommand.
 #include <VerantiAPI.h>
 
+#include <climits>
 #include <cstdlib>
 #include <iostream>
 
@@ -16,13 +17,16 @@ namespace {
 
 const OptionSpec kProductType{"--product-type", ValueKind::Text, "T",
                               "Product type sent to the service (default TV, the set itself)."};
-const OptionSpec kRequester{"--requester", ValueKind::Integer, "N",
-                            "Who asks: 0 to 3, or 4 for any other requester (default 0).", 0, 4};
+const OptionSpec kRequester{
+    "--requester", ValueKind::Integer, "N", "Who asks: 0 to 3, or 4 for any other requester (default 0).", 0, 4};
 
 const char kDisagreeForms[] =
     "Several ids are sent one request each; the exit status is 1 when the service refuses any of them.\n"
     "--all sends one request for every disclaimer.";
 
+// One entry per subcommand: name, operands, their number (least, most; -1 no limit), whether
+// they are whole numbers, options, summary, description, whether the service must be up, function.
+// clang-format off
 const std::vector<CommandSpec> kCommands = {
     {"status", "", 0, 0, false, {}, "Tell whether the terms-client service is available.",
      "Exits with 0 when it is and with 3 when it is not (or cannot be reached).", false, RunStatus},
@@ -30,7 +34,7 @@ const std::vector<CommandSpec> kCommands = {
      "Asks for the number of disclaimers, then for each one by position.", true, RunList},
     {"show", "<id>", 1, 1, false,
      {{"--index", ValueKind::Integer, "N", "Show the disclaimer at this position (from 0) instead of by id.", 0,
-       1 << 30, true},
+       INT_MAX, true},
       {"--requester", ValueKind::Integer, "N", "Whose list --index counts in: 0 to 4 (default 0).", 0, 4, false,
        "--index"},
       kProductType},
@@ -92,6 +96,7 @@ const std::vector<CommandSpec> kCommands = {
     {"store unset", "<key>", 1, 1, false, {}, "Remove a key from the configuration store.", "", false,
      RunStoreUnset},
 };
+// clang-format on
 
 Outcome Execute(const Invocation& invocation) {
     try {

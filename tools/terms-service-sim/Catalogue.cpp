@@ -14,16 +14,18 @@ namespace {
 // Members of a "set agreements" request that are not agreements: ids may not use them.
 const std::set<std::string> kReservedIds = {"method", "data", "product_type", "request_type"};
 
-const std::set<std::string> kTopMembers = {"default_country", "header", "web_view_header", "menu_titles",
-                                           "disclaimers", "countries"};
-const std::set<std::string> kDisclaimerMembers = {"version",          "title",   "intro",   "details",
-                                                  "buttons",          "only_notice", "agree_dependency",
-                                                  "ppused",           "reverse", "by_country"};
+const std::set<std::string> kTopMembers = {"default_country", "header",      "web_view_header",
+                                           "menu_titles",     "disclaimers", "countries"};
+const std::set<std::string> kDisclaimerMembers = {
+    "version",          "title",  "intro",   "details",   "buttons", "only_notice",
+    "agree_dependency", "ppused", "reverse", "by_country"};
 const std::set<std::string> kOverrideMembers = {"version", "title", "intro", "details", "buttons"};
-const std::set<std::string> kCountryMembers = {"name",    "disclaimers",     "requesters", "revised",
-                                               "header",  "web_view_header", "menu_titles"};
+const std::set<std::string> kCountryMembers = {"name",   "disclaimers",     "requesters", "revised",
+                                               "header", "web_view_header", "menu_titles"};
 
-[[noreturn]] void Fail(const std::string& where, const std::string& what) { throw CatalogueError(where + ": " + what); }
+[[noreturn]] void Fail(const std::string& where, const std::string& what) {
+    throw CatalogueError(where + ": " + what);
+}
 
 std::string Join(const std::string& where, const std::string& member) {
     return where.empty() ? member : where + "." + member;

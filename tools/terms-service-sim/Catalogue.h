@@ -43,7 +43,7 @@ struct Disclaimer {
 struct Country {
     std::string code;
     std::string name;
-    std::vector<Disclaimer> disclaimers;  // in the country's order
+    std::vector<Disclaimer> disclaimers;                               // in the country's order
     std::array<std::vector<std::string>, kRequesterCount> requesters;  // ids, in display order
     std::vector<std::string> revised;
     Json::Value header;

@@ -47,7 +47,8 @@ bool Resolve(const fs::path& root, const std::string& name, fs::path& resolved, 
 
 bool CopyReplacing(const fs::path& source, const fs::path& target) {
     fs::create_directories(target.parent_path());
-    const fs::path partial = target.parent_path() / ("." + target.filename().string() + ".part-" + std::to_string(getpid()));
+    const fs::path partial =
+        target.parent_path() / ("." + target.filename().string() + ".part-" + std::to_string(getpid()));
     try {
         fs::copy_file(source, partial, fs::copy_options::overwrite_existing);
         fs::rename(partial, target);

@@ -66,7 +66,8 @@ bool SimState::Adopt(const Country& country, std::string& error) {
     Agreements agreements = ReadAgreements();
     const size_t known = agreements.size();
     for (const Disclaimer& disclaimer : country.disclaimers) agreements.emplace(disclaimer.id, false);
-    const bool stored = WriteKey(kCountryKey, country.code, error) && WriteKey(kTitlesKey, TitlesText(country), error) &&
+    const bool stored = WriteKey(kCountryKey, country.code, error) &&
+                        WriteKey(kTitlesKey, TitlesText(country), error) &&
                         (agreements.size() == known || WriteAgreements(agreements, error));
     if (stored) m_Country = &country;
     return stored;

@@ -180,7 +180,9 @@ Json::Value TermsServiceSim::Handle(const Request& request) {
     }
 }
 
-Json::Value TermsServiceSim::IsServiceAvailable(const Json::Value&) { return Success(); }
+Json::Value TermsServiceSim::IsServiceAvailable(const Json::Value&) {
+    return Success();
+}
 
 Json::Value TermsServiceSim::GetHeader(const Json::Value&) {
     Json::Value reply = Success();
@@ -251,9 +253,13 @@ Json::Value TermsServiceSim::RequestCountryCodeList(const Json::Value&) {
     return reply;
 }
 
-Json::Value TermsServiceSim::CloneSetToUsb(const Json::Value& body) { return Clone(body, CloneDirection::SetToUsb); }
+Json::Value TermsServiceSim::CloneSetToUsb(const Json::Value& body) {
+    return Clone(body, CloneDirection::SetToUsb);
+}
 
-Json::Value TermsServiceSim::CloneUsbToSet(const Json::Value& body) { return Clone(body, CloneDirection::UsbToSet); }
+Json::Value TermsServiceSim::CloneUsbToSet(const Json::Value& body) {
+    return Clone(body, CloneDirection::UsbToSet);
+}
 
 Json::Value TermsServiceSim::Clone(const Json::Value& body, CloneDirection direction) {
     const std::string src = RequireString(body, "src");
@@ -262,7 +268,9 @@ Json::Value TermsServiceSim::Clone(const Json::Value& body, CloneDirection direc
     return m_CloneDirs.Copy(direction, src, dest, error) ? Success() : ErrorReply(error);
 }
 
-Json::Value TermsServiceSim::ResetNimbra(const Json::Value&) { return Success(); }
+Json::Value TermsServiceSim::ResetNimbra(const Json::Value&) {
+    return Success();
+}
 
 Json::Value TermsServiceSim::GetDisclaimerNumber(const Json::Value& body) {
     RequireString(body, "product_type");
@@ -371,8 +379,8 @@ Json::Value TermsServiceSim::DisclaimerObject(const Disclaimer& disclaimer) cons
     object["version"] = disclaimer.version;
     object["title"] = disclaimer.title;
     object["intro"] = disclaimer.intro;
-    object["details"] = disclaimer.details.isString() ? disclaimer.details.asString()
-                                                      : WriteCompactJson(disclaimer.details);
+    object["details"] =
+        disclaimer.details.isString() ? disclaimer.details.asString() : WriteCompactJson(disclaimer.details);
     for (size_t i = 0; i < kMaxButtons; ++i) {
         object["button" + std::to_string(i + 1)] = i < disclaimer.buttons.size() ? disclaimer.buttons[i] : "";
     }

@@ -43,7 +43,8 @@ public:
 
     // Parses the request; false with the error reply already made (and
     // logged) when it is not a request the service can read.
-    static bool Parse(const std::string& protocol, const std::string& bodyText, Request& request, Json::Value& errorReply);
+    static bool Parse(const std::string& protocol, const std::string& bodyText, Request& request,
+                      Json::Value& errorReply);
     Json::Value Handle(const Request& request);
     Json::Value Handle(const std::string& protocol, const std::string& bodyText);
 

@@ -204,7 +204,8 @@ bool IsSmokeRun() { return g_Smoke; }
 
 benchmark::internal::Benchmark* Tune(benchmark::internal::Benchmark* bm, int64_t iterations) {
     if (g_Smoke) return bm->Iterations(1)->Repetitions(1);
-    if (iterations > 0) bm->Iterations(iterations);
+    // Slow benchmarks run a fixed number of iterations, once.
+    if (iterations > 0) bm->Iterations(iterations)->Repetitions(1);
     return bm;
 }
 

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "AllocationCounter.h"
 #include "BenchSupport.h"
 
 namespace {
@@ -26,27 +27,36 @@ void RequireBareCall(benchmark::State& state, sd_bus* bus, const char* body) {
 
 void BM_Bare_SdBusCall(benchmark::State& state) {
     sd_bus* bus = ThreadSdBus();
+    RequireBareCall(state, bus, bench::kAvailabilityRequest);
+    const bench::AllocationProbe allocations;
     for (auto _ : state) RequireBareCall(state, bus, bench::kAvailabilityRequest);
     state.SetItemsProcessed(state.iterations());
+    if (state.threads() == 1) allocations.Report(state, state.iterations());
 }
 
 void BM_Bare_SdBusTwoCalls(benchmark::State& state) {
     sd_bus* bus = ThreadSdBus();
+    RequireBareCall(state, bus, bench::kAvailabilityRequest);
+    const bench::AllocationProbe allocations;
     for (auto _ : state) {
         RequireBareCall(state, bus, bench::kAvailabilityRequest);
         RequireBareCall(state, bus, bench::kCountryCodeRequest);
     }
     state.SetItemsProcessed(state.iterations() * 2);
+    allocations.Report(state, state.iterations());
 }
 
 // The two exchanges of one disclaimer: the availability check and the item.
 void BM_Bare_SdBusDisclaimerPair(benchmark::State& state) {
     sd_bus* bus = ThreadSdBus();
+    RequireBareCall(state, bus, bench::kAvailabilityRequest);
+    const bench::AllocationProbe allocations;
     for (auto _ : state) {
         RequireBareCall(state, bus, bench::kAvailabilityRequest);
         RequireBareCall(state, bus, bench::kDisclaimerByOrderRequest);
     }
     state.SetItemsProcessed(state.iterations() * 2);
+    allocations.Report(state, state.iterations());
 }
 
 // What the framework would cost without connection reuse (for reference).
@@ -70,20 +80,26 @@ CVerantiAPI* Client() {
 void BM_Lib_IsServiceAvailable(benchmark::State& state) {
     CVerantiAPI* client = Client();
     if (!client->IsServiceAvailable()) state.SkipWithError("service not available");
+    const bench::AllocationProbe allocations;
     for (auto _ : state) benchmark::DoNotOptimize(client->IsServiceAvailable());
     state.SetItemsProcessed(state.iterations());
+    if (state.threads() == 1) allocations.Report(state, state.iterations());
 }
 
 void BM_Lib_SetCountryCode(benchmark::State& state) {
     CVerantiAPI* client = Client();
     const std::string country = "DE";
     if (!client->SetCountryCode(country)) state.SkipWithError("request failed");
+    const bench::AllocationProbe allocations;
     for (auto _ : state) benchmark::DoNotOptimize(client->SetCountryCode(country));
     state.SetItemsProcessed(state.iterations() * 2);
+    allocations.Report(state, state.iterations());
 }
 
 void BM_Lib_GetDisclaimerDetail(benchmark::State& state) {
     CVerantiAPI* client = Client();
+    client->IsServiceAvailable();
+    const bench::AllocationProbe allocations;
     for (auto _ : state) {
         STHomeDisclaimerContentItem item;
         if (client->GetDisclaimerDetail(item, 0, E_DISCLAIMER_REQUESTER_0, "TV") != 0) {
@@ -91,6 +107,7 @@ void BM_Lib_GetDisclaimerDetail(benchmark::State& state) {
         }
     }
     state.SetItemsProcessed(state.iterations() * 2);
+    if (state.threads() == 1) allocations.Report(state, state.iterations());
 }
 
 // One full list of `range(0)` disclaimers: 2 + 2 * count exchanges.
@@ -123,6 +140,32 @@ void BM_Lib_IsServiceAvailable_BusMessages(benchmark::State& state) {
         static_cast<double>(counter.Count() - before) / static_cast<double>(state.iterations());
 }
 
+// Resident size and open descriptors of this client after 1,000 and after
+// 100,000 requests (10 and 100 in a smoke run). Run it in a process of its own.
+void BM_Memory_ClientAfterRequests(benchmark::State& state) {
+    const long first = bench::IsSmokeRun() ? 10 : 1000;
+    const long total = bench::IsSmokeRun() ? 100 : 100000;
+    CVerantiAPI* client = Client();
+    for (auto _ : state) {
+        long done = 0;
+        auto runUntil = [&](long count) {
+            for (; done < count; ++done) {
+                if (!client->IsServiceAvailable()) state.SkipWithError("request failed");
+            }
+        };
+        runUntil(first);
+        const bench::ProcessFigures early = bench::ReadProcessFigures();
+        runUntil(total);
+        const bench::ProcessFigures late = bench::ReadProcessFigures();
+        state.counters["requests_first"] = static_cast<double>(first);
+        state.counters["requests_total"] = static_cast<double>(total);
+        state.counters["rss_kib_first"] = static_cast<double>(early.rssKiB);
+        state.counters["rss_kib_total"] = static_cast<double>(late.rssKiB);
+        state.counters["fds_first"] = static_cast<double>(early.openFds);
+        state.counters["fds_total"] = static_cast<double>(late.openFds);
+    }
+}
+
 void Register() {
     using bench::Tune;
     Tune(benchmark::RegisterBenchmark("BM_Bare_SdBusCall", BM_Bare_SdBusCall));
@@ -139,9 +182,18 @@ void Register() {
         Tune(benchmark::RegisterBenchmark("BM_Lib_IsServiceAvailable_Threads", BM_Lib_IsServiceAvailable)
                  ->Threads(threads)->UseRealTime());
     }
+    // Requests per second that a service serves to 1 and 4 clients (each
+    // thread is a client with its own connection); bench.sh runs these
+    // against the minimal service and against the simulated one.
+    for (int threads : {1, 4}) {
+        Tune(benchmark::RegisterBenchmark("BM_Lib_GetDisclaimerDetail_Threads", BM_Lib_GetDisclaimerDetail)
+                 ->Threads(threads)->UseRealTime());
+    }
     Tune(benchmark::RegisterBenchmark("BM_Bare_SdBusNewConnectionPerCall", BM_Bare_SdBusNewConnectionPerCall));
     Tune(benchmark::RegisterBenchmark("BM_Lib_IsServiceAvailable_BusMessages", BM_Lib_IsServiceAvailable_BusMessages),
          bench::IsSmokeRun() ? 0 : 2000);
+    Tune(benchmark::RegisterBenchmark("BM_Memory_ClientAfterRequests", BM_Memory_ClientAfterRequests)
+             ->Unit(benchmark::kSecond), 1);
 }
 
 }  // namespace

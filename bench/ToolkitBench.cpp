@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "AllocationCounter.h"
 #include "BenchSupport.h"
 
 namespace {
@@ -75,11 +76,17 @@ bool ReadBareReply(GVariant* reply) {
     return true;
 }
 
+GVariant* BarePlainCall() {
+    return bench::BareGDBusCall("SendMessage", bench::PlainArguments(kFrom, 0, "", bench::kAvailabilityRequest));
+}
+
 void BM_Bare_GDBusCall(benchmark::State& state) {
+    ReadBareReply(BarePlainCall());
+    const bench::AllocationProbe allocations;
     for (auto _ : state) {
-        GVariant* reply = bench::BareGDBusCall("SendMessage", bench::PlainArguments(kFrom, 0, "", bench::kAvailabilityRequest));
-        if (!ReadBareReply(reply)) state.SkipWithError("bare call failed");
+        if (!ReadBareReply(BarePlainCall())) state.SkipWithError("bare call failed");
     }
+    allocations.Report(state, state.iterations());
 }
 
 bool ToolkitCall(TermsDbusMessage& request) {
@@ -98,9 +105,12 @@ TermsDbusMessage Request(const char* type, uint32_t code, void* payload, uint32_
 
 void BM_Toolkit_SendTermsDbusSyncMessage(benchmark::State& state) {
     TermsDbusMessage request = Request("", 0, nullptr, 0);
+    ToolkitCall(request);
+    const bench::AllocationProbe allocations;
     for (auto _ : state) {
         if (!ToolkitCall(request)) state.SkipWithError("toolkit call failed");
     }
+    allocations.Report(state, state.iterations());
 }
 
 // ---- Payloads ----
@@ -253,7 +263,7 @@ void Register() {
     const struct {
         int64_t size;
         int64_t iterations;
-    } sizes[] = {{1024, 0}, {64 * 1024, 0}, {1024 * 1024, 8}, {0, 3}};
+    } sizes[] = {{1024, 0}, {64 * 1024, 10}, {1024 * 1024, 3}, {0, 2}};
     for (const auto& size : sizes) {
         for (auto* bm : {benchmark::RegisterBenchmark("BM_Bare_GDBusPayloadOut", BM_Bare_GDBusPayloadOut),
                          benchmark::RegisterBenchmark("BM_Toolkit_PayloadOut", BM_Toolkit_PayloadOut)}) {

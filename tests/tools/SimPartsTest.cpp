@@ -39,6 +39,7 @@ TEST(ACatalogue, NamesThePlaceOfEachMistake) {
         {Edited(R"("9", "10"])", R"("9", "10", "11"])"), "disclaimers.extra.buttons: at most 10"},
         {Edited(R"("bb_only": {)", R"("data": {)"), "\"data\" cannot be an id"},
         {Edited(R"("only_notice": true)", R"("only_notice": "yes")"), "disclaimers.note.only_notice"},
+        {Edited(R"("by_country": {"BB")", R"("by_country": {"CC")"), "disclaimers.base.by_country.CC"},
         {Edited(R"({"title": "S1", "data": "D1"})", R"({"title": "S1", "text": "D1"})"), "details[0].text"},
     };
     for (const auto& [text, place] : kMistakes) {

@@ -160,10 +160,18 @@ Country ReadCountry(const std::string& code, const Json::Value& entry, const Jso
     return country;
 }
 
-void CheckDisclaimerIds(const Json::Value& disclaimers) {
+// Checks every disclaimer on its own, also those no country lists, and that
+// its overrides name countries of the catalogue.
+void CheckDisclaimers(const Json::Value& disclaimers, const Json::Value& countries) {
     if (!disclaimers.isObject() || disclaimers.empty()) Fail("disclaimers", "expected an object with disclaimers");
     for (const std::string& id : disclaimers.getMemberNames()) {
         if (id.empty() || kReservedIds.count(id) != 0) Fail("disclaimers", "\"" + id + "\" cannot be an id");
+        ReadDisclaimer(id, disclaimers[id], "");
+        const Json::Value& overrides = disclaimers[id]["by_country"];
+        for (const std::string& code : overrides.isObject() ? overrides.getMemberNames() : std::vector<std::string>()) {
+            if (!countries.isMember(code))
+                Fail("disclaimers." + id + ".by_country." + code, "not one of the countries");
+        }
     }
 }
 
@@ -201,9 +209,9 @@ Catalogue Catalogue::FromText(const std::string& text) {
 
 Catalogue Catalogue::FromJson(const Json::Value& root) {
     CheckMembers(root, "catalogue", kTopMembers);
-    CheckDisclaimerIds(root["disclaimers"]);
     const Json::Value& countries = root["countries"];
     if (!countries.isObject() || countries.empty()) Fail("countries", "expected an object with countries");
+    CheckDisclaimers(root["disclaimers"], countries);
 
     Catalogue catalogue;
     for (const std::string& code : countries.getMemberNames()) {

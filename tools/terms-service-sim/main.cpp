@@ -182,6 +182,8 @@ int Run(const SimOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // A reader of the "serving" line that went away must not end the service.
+    std::signal(SIGPIPE, SIG_IGN);
     SimOptions options;
     options.cataloguePath = TERMS_SIM_DEFAULT_CATALOGUE;
     std::string error;

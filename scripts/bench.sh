@@ -1,0 +1,193 @@
+#!/usr/bin/env bash
+# The benchmark command: builds the benchmarks (Release), starts a private
+# D-Bus daemon and the minimal service, runs every benchmark in one run,
+# then swaps the minimal service for the simulated one and measures it, and
+# writes docs/performance.md. Everything it starts is stopped on the way
+# out, also on failure or Ctrl-C.
+#
+#   scripts/bench.sh           full run (about 5 to 10 minutes on 2 cores), writes docs/performance.md
+#   scripts/bench.sh --smoke   each benchmark once, only to show that it works; judges no time, writes nothing
+#
+# BENCH_BUILD_DIR chooses the build directory (default build/bench).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+ROOT=$(pwd)
+
+SMOKE=no
+case "${1:-}" in
+  --smoke) SMOKE=yes ;;
+  "") ;;
+  *) echo "usage: $0 [--smoke]" >&2; exit 2 ;;
+esac
+BUILD="${BENCH_BUILD_DIR:-$ROOT/build/bench}"
+
+fail() {
+  printf 'bench: %s\n' "$*" >&2
+  exit 1
+}
+
+WORK=""
+STARTED=()
+
+# Stops one process that this script started: SIGTERM, then SIGKILL after 5 s.
+stop_process() {
+  local pid=$1
+  kill -TERM "$pid" 2>/dev/null || return 0
+  for _ in $(seq 50); do
+    kill -0 "$pid" 2>/dev/null || break
+    sleep 0.1
+  done
+  kill -KILL "$pid" 2>/dev/null || true
+  wait "$pid" 2>/dev/null || true
+}
+
+cleanup() {
+  local status=$?
+  trap - EXIT INT TERM
+  local i
+  for ((i = ${#STARTED[@]} - 1; i >= 0; i--)); do stop_process "${STARTED[i]}"; done
+  if [ -n "$WORK" ]; then rm -rf "$WORK"; fi
+  if [ "$status" -ne 0 ]; then printf 'bench: failed (exit status %d); everything it started is stopped.\n' "$status" >&2; fi
+  exit "$status"
+}
+trap cleanup EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+forget_process() {
+  local pid=$1 kept=() p
+  for p in "${STARTED[@]}"; do [ "$p" = "$pid" ] || kept+=("$p"); done
+  STARTED=("${kept[@]}")
+}
+
+# ---- Build ----
+
+"$ROOT/scripts/install-deps.sh"
+echo "== Building the benchmarks (Release) into $BUILD =="
+cmake -S "$ROOT" -B "$BUILD" -DCMAKE_BUILD_TYPE=Release -DVERANTI_BUILD_BENCHMARKS=ON -DVERANTI_BUILD_TESTS=OFF \
+  -DVERANTI_BUILD_TOOLS=ON >/dev/null
+cmake --build "$BUILD" -j"$(nproc)" >/dev/null
+BENCH="$BUILD/bench"
+SIM="$BUILD/tools/terms-service-sim/terms-service-sim"
+[ -x "$SIM" ] || SIM=""
+
+WORK=$(mktemp -d /tmp/veranti-bench-XXXXXX)
+RESULTS="$WORK/results"
+mkdir -p "$RESULTS"
+export VCONF_ROOT="$WORK/store"
+export DLOG_OUTPUT=none
+
+# ---- The private bus ----
+
+# Any connection may own any name and send to any other; the daemon's own
+# limits (32 MiB per message) apply.
+cat >"$WORK/bus.conf" <<EOF
+<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>system</type>
+  <listen>unix:dir=$WORK</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/>
+    <allow own="*"/>
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow receive_sender="*"/>
+    <allow eavesdrop="true"/>
+  </policy>
+</busconfig>
+EOF
+dbus-daemon --config-file="$WORK/bus.conf" --nofork --nopidfile --print-address=3 3>"$WORK/bus.address" \
+  2>"$WORK/bus.log" &
+STARTED+=($!)
+for _ in $(seq 50); do
+  [ -s "$WORK/bus.address" ] && break
+  sleep 0.1
+done
+[ -s "$WORK/bus.address" ] || fail "dbus-daemon did not start (is the dbus package installed?)"
+DBUS_SYSTEM_BUS_ADDRESS=$(head -n 1 "$WORK/bus.address")
+export DBUS_SYSTEM_BUS_ADDRESS
+
+# Waits until the terms-client bus name has an owner (pid of the owner to watch).
+wait_for_service() {
+  local pid=$1
+  for _ in $(seq 100); do
+    if dbus-send --bus="$DBUS_SYSTEM_BUS_ADDRESS" --print-reply --dest=org.freedesktop.DBus /org/freedesktop/DBus \
+      org.freedesktop.DBus.NameHasOwner string:com.velmora.tv.termsclient 2>/dev/null | grep -q 'boolean true'; then
+      return 0
+    fi
+    kill -0 "$pid" 2>/dev/null || return 1
+    sleep 0.1
+  done
+  return 1
+}
+
+# ---- Running the benchmark programs ----
+
+if [ "$SMOKE" = yes ]; then
+  # Every benchmark once (--smoke), with its output on the terminal.
+  run_bench() {
+    local program=$1 output=$2
+    shift 2
+    echo "== $program $* =="
+    "$BENCH/$program" --smoke --benchmark_out="$RESULTS/$output.json" --benchmark_out_format=json "$@"
+  }
+  REPEATED=()
+else
+  # Repetitions are interleaved at random, so baseline and library see the
+  # same machine; each figure is the median of its repetitions.
+  run_bench() {
+    local program=$1 output=$2
+    shift 2
+    echo "== $program $* =="
+    "$BENCH/$program" --benchmark_out="$RESULTS/$output.json" --benchmark_out_format=json "$@"
+  }
+  REPEATED=(--benchmark_repetitions=5 --benchmark_enable_random_interleaving=true
+            --benchmark_report_aggregates_only=true --benchmark_min_time=0.2)
+fi
+
+echo "== Minimal service =="
+"$BENCH/bench-service" >"$WORK/service.out" 2>&1 &
+SERVICE_PID=$!
+STARTED+=("$SERVICE_PID")
+wait_for_service "$SERVICE_PID" || fail "the minimal service did not start: $(cat "$WORK/service.out")"
+
+START_DATE=$(date -u '+%Y-%m-%d %H:%M UTC')
+LOAD_BEFORE=$(cut -d' ' -f1-3 /proc/loadavg)
+
+run_bench bench-client client "${REPEATED[@]}" --benchmark_filter='-BM_Memory'
+run_bench bench-client memory --benchmark_filter='BM_Memory'
+run_bench bench-store store "${REPEATED[@]}"
+run_bench bench-toolkit toolkit "${REPEATED[@]}"
+# Log lines written to a file: the logging benchmark itself, then the
+# library's requests and store queries with their own lines written.
+DLOG_OUTPUT="file:$WORK/log.txt" DLOG_MIN_PRIO=I run_bench bench-log log "${REPEATED[@]}"
+DLOG_OUTPUT="file:$WORK/client.log" run_bench bench-client client-logfile "${REPEATED[@]}" \
+  --benchmark_filter='^BM_Bare_SdBusCall$|^BM_Lib_IsServiceAvailable$|^BM_Bare_SdBusTwoCalls$|^BM_Lib_SetCountryCode$|^BM_Lib_GetDisclaimerDetails/10$'
+DLOG_OUTPUT="file:$WORK/store.log" run_bench bench-store store-logfile "${REPEATED[@]}"
+rm -f "$WORK"/*.log "$WORK/log.txt"
+
+stop_process "$SERVICE_PID"
+forget_process "$SERVICE_PID"
+
+if [ -n "$SIM" ]; then
+  echo "== Simulated service =="
+  "$SIM" --catalogue "$ROOT/data/catalogue.json" --store-root "$WORK/sim-store" >"$WORK/sim.out" 2>&1 &
+  SIM_PID=$!
+  STARTED+=("$SIM_PID")
+  wait_for_service "$SIM_PID" || fail "the simulated service did not start: $(cat "$WORK/sim.out")"
+  run_bench bench-client sim "${REPEATED[@]}" --benchmark_filter='BM_Lib_GetDisclaimerDetail_Threads'
+  stop_process "$SIM_PID"
+  forget_process "$SIM_PID"
+else
+  echo "bench: terms-service-sim was not built; its row is left out" >&2
+fi
+
+if [ "$SMOKE" = yes ]; then
+  echo "bench: smoke run passed (every benchmark ran once; no time is judged)"
+  exit 0
+fi
+
+python3 "$ROOT/bench/report.py" --results "$RESULTS" --date "$START_DATE" --load "$LOAD_BEFORE" \
+  --output "$ROOT/docs/performance.md"
+echo "bench: wrote docs/performance.md"

@@ -163,7 +163,7 @@ run_bench bench-toolkit toolkit "${REPEATED[@]}"
 # library's requests and store queries with their own lines written.
 DLOG_OUTPUT="file:$WORK/log.txt" DLOG_MIN_PRIO=I run_bench bench-log log "${REPEATED[@]}"
 DLOG_OUTPUT="file:$WORK/client.log" run_bench bench-client client-logfile "${REPEATED[@]}" \
-  --benchmark_filter='^BM_Bare_SdBusCall$|^BM_Lib_IsServiceAvailable$|^BM_Bare_SdBusTwoCalls$|^BM_Lib_SetCountryCode$|^BM_Lib_GetDisclaimerDetails/10$'
+  --benchmark_filter='^BM_(Bare_SdBusCall|Lib_IsServiceAvailable|Bare_SdBusTwoCalls|Lib_SetCountryCode)(/|$)|^BM_Lib_GetDisclaimerDetails/10(/|$)'
 DLOG_OUTPUT="file:$WORK/store.log" run_bench bench-store store-logfile "${REPEATED[@]}"
 rm -f "$WORK"/*.log "$WORK/log.txt"
 
@@ -188,6 +188,9 @@ if [ "$SMOKE" = yes ]; then
   exit 0
 fi
 
+# The raw results stay in the build directory for a closer look.
+rm -rf "$BUILD/bench-results"
+cp -r "$RESULTS" "$BUILD/bench-results"
 python3 "$ROOT/bench/report.py" --results "$RESULTS" --date "$START_DATE" --load "$LOAD_BEFORE" \
   --output "$ROOT/docs/performance.md"
 echo "bench: wrote docs/performance.md"

@@ -3,11 +3,13 @@
 #include <dirent.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <vector>
 
 namespace bench {
 
@@ -202,10 +204,21 @@ bool TakeSmokeFlag(int* argc, char** argv) {
 
 bool IsSmokeRun() { return g_Smoke; }
 
-benchmark::internal::Benchmark* Tune(benchmark::internal::Benchmark* bm, int64_t iterations) {
+namespace {
+
+// Interference from other processes only ever adds time, so the fastest
+// repetition is the steadiest figure on a shared machine (and for rates the
+// highest).
+double Fastest(const std::vector<double>& values) { return *std::min_element(values.begin(), values.end()); }
+double Highest(const std::vector<double>& values) { return *std::max_element(values.begin(), values.end()); }
+
+}  // namespace
+
+benchmark::internal::Benchmark* Tune(benchmark::internal::Benchmark* bm, int64_t iterations, int repetitions) {
     if (g_Smoke) return bm->Iterations(1)->Repetitions(1);
-    // Slow benchmarks run a fixed number of iterations, once.
-    if (iterations > 0) bm->Iterations(iterations)->Repetitions(1);
+    bm->ComputeStatistics("min", Fastest)->ComputeStatistics("max", Highest);
+    // Slow benchmarks run a fixed number of iterations, a fixed number of times.
+    if (iterations > 0) bm->Iterations(iterations)->Repetitions(repetitions);
     return bm;
 }
 

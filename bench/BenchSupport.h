@@ -100,8 +100,10 @@ ProcessFigures ReadProcessFigures();
 bool TakeSmokeFlag(int* argc, char** argv);
 bool IsSmokeRun();
 // Applies the run's iteration policy: one iteration in a smoke run,
-// otherwise `iterations` when given (slow benchmarks) or Google Benchmark's own.
-benchmark::internal::Benchmark* Tune(benchmark::internal::Benchmark* bm, int64_t iterations = 0);
+// otherwise `iterations` and `repetitions` when given (slow benchmarks), or
+// Google Benchmark's own and the command line's.
+benchmark::internal::Benchmark* Tune(benchmark::internal::Benchmark* bm, int64_t iterations = 0,
+                                     int repetitions = 1);
 
 // Standard main of a benchmark program, after its Register function ran.
 int RunBenchmarks(int argc, char** argv);

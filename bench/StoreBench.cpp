@@ -81,6 +81,20 @@ void BM_Baseline_ReadAndParseAgreements(benchmark::State& state) {
     });
 }
 
+// The same with a reader made for each parse, as the simplest code does.
+void BM_Baseline_ReadAndParseAgreementsNewReader(benchmark::State& state) {
+    Store(kAgreementKey, AgreementCache(state.range(0)));
+    const std::string id = LookedUpId(state.range(0));
+    RunCountingBusMessages(state, [&] {
+        const std::string text = ReadKey(kAgreementKey);
+        const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+        Json::Value root;
+        const bool agreed = reader->parse(text.data(), text.data() + text.size(), &root, nullptr) &&
+                            root[id].asString() == "true";
+        if (!agreed) state.SkipWithError("the id is not agreed in the baseline");
+    });
+}
+
 void BM_Baseline_ReadAndParseTitles(benchmark::State& state) {
     Store(kTitlesKey, kTitles);
     RunCountingBusMessages(state, [&] {
@@ -136,7 +150,8 @@ void Register() {
         void (*function)(benchmark::State&);
     } cacheQueries[] = {{"BM_Baseline_ReadAndParseAgreements", BM_Baseline_ReadAndParseAgreements},
                         {"BM_Lib_GetDisclaimerItemAgreement", BM_Lib_GetDisclaimerItemAgreement},
-                        {"BM_Lib_IsDisclaimerItemExist", BM_Lib_IsDisclaimerItemExist}};
+                        {"BM_Lib_IsDisclaimerItemExist", BM_Lib_IsDisclaimerItemExist},
+                        {"BM_Baseline_ReadAndParseAgreementsNewReader", BM_Baseline_ReadAndParseAgreementsNewReader}};
     for (const auto& query : cacheQueries) {
         Tune(benchmark::RegisterBenchmark(query.name, query.function)->Arg(10)->Arg(1000));
     }

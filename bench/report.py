@@ -25,33 +25,44 @@ class Results:
 
     def __init__(self, directory):
         self.entries = {}
+        self.spreads = {}
         for file in sorted(os.listdir(directory)):
             if not file.endswith(".json"):
                 continue
             with open(os.path.join(directory, file)) as handle:
                 data = json.load(handle)
-            medians, runs = {}, {}
+            aggregates, runs, spreads = {}, {}, {}
             for entry in data.get("benchmarks", []):
                 key = canonical(entry.get("run_name", entry["name"]))
                 if entry.get("error_occurred"):
                     raise SystemExit(f"report: {file}: {entry['name']} failed: {entry.get('error_message')}")
                 if entry.get("run_type") == "aggregate":
-                    if entry.get("aggregate_name") == "median":
-                        medians[key] = entry
+                    name = entry.get("aggregate_name")
+                    if name == "cv":
+                        spreads[key] = entry
+                    else:
+                        aggregates.setdefault(key, {})[name] = [entry]
                 else:
                     runs.setdefault(key, []).append(entry)
-            table = {key: [entry] for key, entry in medians.items()}
-            for key, entries in runs.items():
-                table.setdefault(key, entries)
+            table = {key: {"runs": entries} for key, entries in runs.items()}
+            for key, by_name in aggregates.items():
+                table[key] = by_name
             self.entries[file[:-5]] = table
+            self.spreads[file[:-5]] = spreads
 
     def has(self, file, key):
         return key in self.entries.get(file, {})
 
+    # Times: the fastest repetition; rates and message counts: the highest;
+    # other counters: the median. A benchmark run once has only its runs.
+    STATISTIC = {"real_time": "min", "cpu_time": "min", "items_per_second": "max", "bytes_per_second": "max",
+                 "bus_messages": "max", "bus_msgs_per_call": "max"}
+
     def value(self, file, key, field):
-        entries = self.entries.get(file, {}).get(key)
-        if not entries:
+        by_name = self.entries.get(file, {}).get(key)
+        if not by_name:
             raise KeyError(f"{file}: {key}")
+        entries = by_name.get(self.STATISTIC.get(field, "median")) or by_name.get("median") or by_name["runs"]
         values = []
         for entry in entries:
             value = entry[field]
@@ -59,6 +70,14 @@ class Results:
                 value *= UNIT_NS[entry.get("time_unit", "ns")]
             values.append(value)
         return statistics.median(values)
+
+    def spread(self, file, key, field="real_time"):
+        """The coefficient of variation of the repetitions (0 when not repeated)."""
+        entry = self.spreads.get(file, {}).get(key)
+        return entry[field] if entry else 0.0
+
+    def noise(self, file, keys, field="real_time"):
+        return max(self.spread(file, key, field) for key in keys)
 
     def real(self, file, key):
         return self.value(file, key, "real_time")
@@ -99,13 +118,14 @@ def fmt_size(size):
 class Table:
     """A table of figures: library, baseline, ratio, goal, verdict."""
 
-    HEADER = "| Figure | Library | Baseline | Ratio | Goal | Verdict |\n|---|---|---|---|---|---|\n"
+    HEADER = ("| Figure | Library | Baseline | Ratio (spread) | Goal | Verdict |\n"
+              "|---|---|---|---|---|---|\n")
 
     def __init__(self):
         self.rows = []
         self.missed = []
 
-    def ratio(self, label, library, baseline, ratio, goal=None, at_most=True):
+    def ratio(self, label, library, baseline, ratio, goal=None, at_most=True, noise=0.0):
         if goal is None:
             verdict, goal_text = "—", "none set"
         else:
@@ -114,7 +134,8 @@ class Table:
             goal_text = f"≤ {goal:.2f}" if at_most else f"≥ {goal:.2f}"
             if not met:
                 self.missed.append(label)
-        self.rows.append(f"| {label} | {library} | {baseline} | {ratio:.2f} | {goal_text} | {verdict} |")
+        spread = f" (±{noise * 100:.0f}%)" if noise else ""
+        self.rows.append(f"| {label} | {library} | {baseline} | {ratio:.2f}{spread} | {goal_text} | {verdict} |")
 
     def plain(self, label, library, baseline="—", ratio="—", goal="—", verdict="—"):
         self.rows.append(f"| {label} | {library} | {baseline} | {ratio} | {goal} | {verdict} |")
@@ -151,20 +172,23 @@ def client_section(r):
     two = r.real("client", "BM_Bare_SdBusTwoCalls")
     pair = r.real("client", "BM_Bare_SdBusDisclaimerPair")
     lib = r.real("client", "BM_Lib_IsServiceAvailable")
-    t.ratio("`IsServiceAvailable()` vs one bare sd-bus round trip", fmt_time(lib), fmt_time(bare), lib / bare, 1.15)
+    t.ratio("`IsServiceAvailable()` vs one bare sd-bus round trip", fmt_time(lib), fmt_time(bare), lib / bare, 1.15,
+            noise=r.noise("client", ["BM_Lib_IsServiceAvailable", "BM_Bare_SdBusCall"]))
     lib = r.real("client", "BM_Lib_SetCountryCode")
     t.ratio("`SetCountryCode(\"DE\")` (two exchanges) vs two bare round trips", fmt_time(lib), fmt_time(two),
-            lib / two, 1.15)
+            lib / two, 1.15, noise=r.noise("client", ["BM_Lib_SetCountryCode", "BM_Bare_SdBusTwoCalls"]))
     lib = r.real("client", "BM_Lib_GetDisclaimerDetail")
     t.ratio("`GetDisclaimerDetail` by position (two exchanges) vs two bare round trips", fmt_time(lib),
-            fmt_time(pair), lib / pair, 1.15)
+            fmt_time(pair), lib / pair, 1.15,
+            noise=r.noise("client", ["BM_Lib_GetDisclaimerDetail", "BM_Bare_SdBusDisclaimerPair"]))
     per_item = {}
     for count in (1, 10, 100):
         total = r.real("client", f"BM_Lib_GetDisclaimerDetails/{count}")
         # The count request pair plus one pair per item.
         per_item[count] = total / (count + 1)
         t.ratio(f"`GetDisclaimerDetails`, {count} item{'s' if count > 1 else ''}: {fmt_time(total)} in all, "
-                f"per exchange pair", fmt_time(per_item[count]), fmt_time(pair), per_item[count] / pair, 1.15)
+                f"per exchange pair", fmt_time(per_item[count]), fmt_time(pair), per_item[count] / pair, 1.15,
+                noise=r.noise("client", [f"BM_Lib_GetDisclaimerDetails/{count}", "BM_Bare_SdBusDisclaimerPair"]))
     slope = (r.real("client", "BM_Lib_GetDisclaimerDetails/100") - r.real("client", "BM_Lib_GetDisclaimerDetails/10")) / 90
     t.ratio("`GetDisclaimerDetails`: cost of one more item (slope from 10 to 100 items)", fmt_time(slope),
             fmt_time(pair), slope / pair, 1.15)
@@ -180,7 +204,8 @@ def threads_section(r):
         rates[threads] = (lib, bare)
         t.ratio(f"Calls per second from {threads} thread{'s' if threads > 1 else ''} "
                 f"(`IsServiceAvailable` vs bare sd-bus)", fmt_rate(lib), fmt_rate(bare), lib / bare, 0.9,
-                at_most=False)
+                at_most=False, noise=r.noise("client", [f"BM_Lib_IsServiceAvailable_Threads/threads:{threads}",
+                                                        f"BM_Bare_SdBusCall_Threads/threads:{threads}"]))
     return t, rates
 
 
@@ -194,11 +219,20 @@ def store_section(r):
             lib = r.cpu("store", key)
             messages += r.value("store", key, "bus_messages")
             t.ratio(f"`{method}(id, …, \"TV\")`, cache of {count:,} ids", fmt_time(lib), fmt_time(base), lib / base,
-                    1.2)
+                    1.2, noise=r.noise("store", [key, f"BM_Baseline_ReadAndParseAgreements/{count}"], "cpu_time"))
     base = r.cpu("store", "BM_Baseline_ReadAndParseTitles")
     lib = r.cpu("store", "BM_Lib_GetDisclaimerTitle")
     messages += r.value("store", "BM_Lib_GetDisclaimerTitle", "bus_messages")
-    t.ratio("`GetDisclaimerTitle(title, 3)`, 7 titles", fmt_time(lib), fmt_time(base), lib / base, 1.2)
+    t.ratio("`GetDisclaimerTitle(title, 3)`, 7 titles", fmt_time(lib), fmt_time(base), lib / base, 1.2,
+            noise=r.noise("store", ["BM_Lib_GetDisclaimerTitle", "BM_Baseline_ReadAndParseTitles"], "cpu_time"))
+    for count in (10, 1000):
+        key = f"BM_Baseline_ReadAndParseAgreementsNewReader/{count}"
+        if r.has("store", key):
+            lib = r.cpu("store", f"BM_Lib_GetDisclaimerItemAgreement/{count}")
+            base = r.cpu("store", key)
+            t.ratio(f"For comparison: `GetDisclaimerItemAgreement`, cache of {count:,} ids, vs a baseline that makes "
+                    f"its JSON reader for each parse", fmt_time(lib), fmt_time(base), lib / base,
+                    noise=r.noise("store", [key, f"BM_Lib_GetDisclaimerItemAgreement/{count}"], "cpu_time"))
     control = r.value("client", "BM_Lib_IsServiceAvailable_BusMessages", "bus_msgs_per_call")
     t.plain("Bus messages during all store queries above (a bus monitor counts every message)", f"{messages:.0f}",
             f"`IsServiceAvailable`: {control:.0f} per call", goal="0", verdict="met" if messages == 0 else "**missed**")
@@ -212,7 +246,8 @@ def toolkit_section(r):
     lib = r.real("toolkit", "BM_Toolkit_SendTermsDbusSyncMessage")
     bare = r.real("toolkit", "BM_Bare_GDBusCall")
     t.ratio("`SendTermsDbusSyncMessage` round trip vs bare `g_dbus_connection_call_sync`, same arguments",
-            fmt_time(lib), fmt_time(bare), lib / bare, 1.15)
+            fmt_time(lib), fmt_time(bare), lib / bare, 1.15,
+            noise=r.noise("toolkit", ["BM_Toolkit_SendTermsDbusSyncMessage", "BM_Bare_GDBusCall"]))
     for direction, goal in (("Out", 0.9), ("In", 0.9)):
         for size in (1024, 65536, 1048576, 0):
             key = f"{size}"
@@ -224,7 +259,9 @@ def toolkit_section(r):
             label = fmt_size(actual) if size else f"largest the bus takes: {fmt_size(actual)}"
             what = "in the call (out)" if direction == "Out" else "in the reply (in)"
             t.ratio(f"\"a(y)\" payload {what}, {label}", fmt_bytes_rate(lib), fmt_bytes_rate(bare), lib / bare,
-                    goal if direction == "Out" else None, at_most=False)
+                    goal if direction == "Out" else None, at_most=False,
+                    noise=r.noise("toolkit", [f"BM_Toolkit_Payload{direction}/{key}",
+                                              f"BM_Bare_GDBusPayload{direction}/{key}"]))
     lib = r.value("toolkit", "BM_Toolkit_SendTermsDbusSignal", "items_per_second")
     bare = r.value("toolkit", "BM_Bare_GDBusSignals", "items_per_second")
     t.ratio("Signals per second, emitted and received (`SendTermsDbusSignal` vs `g_dbus_connection_emit_signal`)",
@@ -325,9 +362,20 @@ def extra_section(r):
 
 # ---- The page ----
 
-def reading(r, client, rates, tables):
+def reading(r, client, rates, tables, load):
     missed = [label for table in tables for label in table.missed]
     lines = []
+    try:
+        busy = float(load.split()[0]) >= (os.cpu_count() or 1) / 2
+    except (ValueError, IndexError):
+        busy = False
+    if busy:
+        lines.append(f"- **This run started on a busy machine** (load average {load.split()[0]} on "
+                     f"{os.cpu_count()} processors): other processes took turns with the bus daemon, the service "
+                     f"and the clients, so the wall-clock ratios of the bus rows carry the spread shown in brackets "
+                     f"and a missed goal there may be noise. CPU-time rows (store, log) and counts (bus messages, "
+                     f"allocations, descriptors) are much less affected. Rerun `scripts/bench.sh` on a quiet machine to "
+                     f"judge the bus rows; the notes below give figures of a quieter run.")
     lines.append(f"- A bare sd-bus round trip to the minimal service took {fmt_time(client['bare'])} in this run; "
                  f"every client request is one or two of them, and the library's own work (JSON in and out, the "
                  f"connection guard, its log calls with output off) is what the ratios above 1.00 show.")
@@ -339,7 +387,8 @@ def reading(r, client, rates, tables):
     four_lib, four_bare = rates[4]
     lines.append(f"- Threads: from 1 to 4 threads the library goes from {fmt_rate(one_lib)} to {fmt_rate(four_lib)} "
                  f"(bare: {fmt_rate(one_bare)} to {fmt_rate(four_bare)}). On 2 cores the bus daemon, the service and "
-                 f"the clients share the processors, so the rate levels off for both alike.")
+                 f"the clients share the processors, so from 2 threads on the rate follows the CPU each call takes, "
+                 f"and the client's share of it (mostly decoding the JSON reply) shows; see the notes.")
     if missed:
         lines.append("- Goals missed in this run: " + "; ".join(missed) + ". See the notes below.")
     else:
@@ -387,12 +436,14 @@ def main():
                "- Log output: `DLOG_OUTPUT=none` for every main figure (the device's log is an in-memory ring "
                "buffer, so its cost is not that of a file). The library still makes all its log calls; the cost of "
                "writing them to a file is shown as extra rows.\n"
-               "- Figures: medians of 5 repetitions interleaved at random (slow payload benchmarks: one run of a "
-               "fixed number of iterations). Bus figures are wall-clock time; store and log figures are CPU time of "
+               "- Figures: the fastest of 7 repetitions interleaved at random, for rates the highest (other processes on "
+               "a shared machine only ever slow a run down); payloads of 1 MiB and more: 3 repetitions of one call, "
+               "64 KiB: one run of 10 calls. The spread in brackets is the larger "
+               "coefficient of variation of the two figures' repetitions. Bus figures are wall-clock time; store and log figures are CPU time of "
                "the calling thread (they never wait for another process, and wall-clock time on a shared machine "
                "would count other processes' work).\n")
     out.append("## Reading\n")
-    out.append(reading(r, client_data, rates, tables))
+    out.append(reading(r, client_data, rates, tables, args.load))
     sections = [
         ("Client requests against bare sd-bus round trips", client),
         ("Calls per second from several threads", threads),

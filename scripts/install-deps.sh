@@ -7,9 +7,11 @@ PACKAGES=(
   cmake g++ make pkg-config
   libglib2.0-dev libjsoncpp-dev libsystemd-dev
   libgtest-dev
+  libbenchmark-dev python3
   dbus
   libglib2.0-bin systemd python3-dbus python3-gi
   mono-mcs mono-runtime
+  clang libclang-rt-14-dev llvm
 )
 
 missing=()

@@ -94,10 +94,17 @@ public:
     BusConnection(const BusConnection&) = delete;
     BusConnection& operator=(const BusConnection&) = delete;
 
-    // A usable connection, or null (logged) when none can be opened.
+    // A usable connection, or null (logged) when none can be opened. Checks
+    // the connection it has (one read from the socket), so call it once a request.
     sd_bus* Get() {
         if (m_pBus && !DrainAndCheck()) Drop();
-        if (!m_pBus) Open();
+        return Open();
+    }
+
+    // The connection it has, unchecked, or a new one; null (logged) when none
+    // can be opened.
+    sd_bus* Open() {
+        if (!m_pBus) Connect();
         return m_pBus;
     }
 
@@ -116,7 +123,7 @@ private:
         return result == 0 && sd_bus_is_open(m_pBus) > 0;
     }
 
-    void Open() {
+    void Connect() {
         sd_bus* bus = nullptr;
         const int result = sd_bus_open_system(&bus);
         if (result < 0) {
@@ -234,8 +241,10 @@ TCServer::TCServer(std::string name, TCServerType type) : m_strName(std::move(na
 
 TCServer::~TCServer() = default;
 
+// The connection is checked when a request goes out, not here: a request
+// made right after would pay for the check twice.
 bool TCServer::CreateDBusProxy() {
-    m_bProxyOpen = t_State.connection.Get() != nullptr;
+    m_bProxyOpen = t_State.connection.Open() != nullptr;
     return m_bProxyOpen;
 }
 

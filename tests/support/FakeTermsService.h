@@ -22,9 +22,9 @@ struct ReceivedRequest {
     std::string busMethod;  // "SendMessage" or "SendMessageWithBuffer"
     std::string from;
     uint32_t code = 0;
-    std::string protocol;   // the third argument ("type")
-    std::string bodyText;   // the fourth argument as received
-    Json::Value body;       // bodyText parsed (null if it is not JSON)
+    std::string protocol;  // the third argument ("type")
+    std::string bodyText;  // the fourth argument as received
+    Json::Value body;      // bodyText parsed (null if it is not JSON)
     // body["method"], or body["request_type"] for "common_protocol" requests.
     std::string Name() const;
 };
@@ -35,12 +35,12 @@ struct FakeReply {
 
     Kind kind = Kind::Json;
     Shape shape = Shape::WithPayload;
-    Json::Value body;        // Kind::Json
-    std::string text;        // Kind::Text: sent as the fourth member
-    std::string errorName;   // Kind::DbusError
-    int delayMs = 0;         // answer after this many milliseconds
+    Json::Value body;       // Kind::Json
+    std::string text;       // Kind::Text: sent as the fourth member
+    std::string errorName;  // Kind::DbusError
+    int delayMs = 0;        // answer after this many milliseconds
 
-    static FakeReply Result(bool result);                 // {"result": result}
+    static FakeReply Result(bool result);  // {"result": result}
     static FakeReply WithBody(Json::Value body);
     static FakeReply NotJson(std::string text);
     static FakeReply NoReply();

@@ -3,7 +3,7 @@
 // Linking testbed_logcapture defines __dlog_print in the executable, which
 // takes precedence over the log stand-in for the library and everything else
 // in the process (ordinary ELF interposition). Lines are recorded while at
-// least one LogCapture object lives; set TESTBED_LOG_ECHO=1 to also print them.
+// least one LogCapture object lives.
 #ifndef TESTBED_LOG_CAPTURE_H
 #define TESTBED_LOG_CAPTURE_H
 
@@ -16,9 +16,8 @@ struct LogLine {
     int logId;
     int prio;
     std::string tag;
-    std::string text;     // the whole formatted line, colour codes included
-    std::string file;     // from "<file>: <function>(<line>) > "
-    std::string function;
+    std::string text;      // the whole formatted line, colour codes included
+    std::string function;  // from "<file>: <function>(<line>) > "
     int line;
     std::string colour;   // the escape sequence right after "> ", e.g. "\033[32m"
     std::string message;  // the text between the colour code and "\033[0m\n"

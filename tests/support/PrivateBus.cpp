@@ -28,9 +28,8 @@ const char kConfigTemplate[] = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DT
   <policy context="default">
     <allow user="*"/>
     <allow own="*"/>
-    <allow send_destination="*" eavesdrop="true"/>
+    <allow send_destination="*"/>
     <allow receive_sender="*"/>
-    <allow eavesdrop="true"/>
   </policy>
 </busconfig>
 )";
@@ -52,12 +51,15 @@ std::string ReadLine(int fd) {
 
 }  // namespace
 
-PrivateBus::~PrivateBus() { Stop(); }
+PrivateBus::~PrivateBus() {
+    Stop();
+}
 
-PrivateBus* PrivateBus::Current() { return g_Current; }
+PrivateBus* PrivateBus::Current() {
+    return g_Current;
+}
 
 void PrivateBus::Start() {
-    if (IsRunning()) return;
     char dirTemplate[] = "/tmp/veranti-bus-XXXXXX";
     if (!mkdtemp(dirTemplate)) throw std::runtime_error("cannot create a directory for the private bus");
     m_ConfigDir = dirTemplate;
@@ -79,14 +81,14 @@ void PrivateBus::Start() {
         _exit(127);
     }
     close(pipeFds[1]);
-    m_Address = m_Pid > 0 ? ReadLine(pipeFds[0]) : std::string();
+    const std::string address = m_Pid > 0 ? ReadLine(pipeFds[0]) : std::string();
     close(pipeFds[0]);
-    if (m_Address.empty()) {
+    if (address.empty()) {
         Stop();
         throw std::runtime_error("dbus-daemon did not start (is the dbus package installed?)");
     }
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", m_Address.c_str(), 1);
-    setenv("DBUS_SESSION_BUS_ADDRESS", m_Address.c_str(), 1);
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1);
+    setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
     g_Current = this;
 }
 
@@ -97,7 +99,6 @@ void PrivateBus::Stop() {
         }
     }
     m_Pid = -1;
-    m_Address.clear();
     if (!m_ConfigDir.empty()) {
         std::error_code ignored;
         std::filesystem::remove_all(m_ConfigDir, ignored);

@@ -8,8 +8,9 @@
 #ifndef TESTBED_PRIVATE_BUS_H
 #define TESTBED_PRIVATE_BUS_H
 
-#include <string>
 #include <sys/types.h>
+
+#include <string>
 
 namespace testbed {
 
@@ -24,15 +25,12 @@ public:
     void Start();
     // Stops the daemon (SIGTERM, then waits). Harmless when not running.
     void Stop();
-    bool IsRunning() const { return m_Pid > 0; }
-    const std::string& Address() const { return m_Address; }
 
     // The bus the test program's main started (null before main ran).
     static PrivateBus* Current();
 
 private:
     pid_t m_Pid = -1;
-    std::string m_Address;
     std::string m_ConfigDir;
 };
 

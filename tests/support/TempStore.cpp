@@ -30,8 +30,6 @@ void TempStore::Set(const std::string& key, const std::string& value) const {
     if (vconf_set_str(key.c_str(), value.c_str()) != 0) throw std::runtime_error("vconf_set_str failed for " + key);
 }
 
-void TempStore::Unset(const std::string& key) const { vconf_unset(key.c_str()); }
-
 std::optional<std::string> TempStore::Get(const std::string& key) const {
     char* value = vconf_get_str(key.c_str());
     if (!value) return std::nullopt;

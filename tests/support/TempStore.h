@@ -18,7 +18,6 @@ public:
     const std::string& Root() const { return m_Root; }
     // Writes and reads keys through the store stand-in.
     void Set(const std::string& key, const std::string& value) const;
-    void Unset(const std::string& key) const;
     std::optional<std::string> Get(const std::string& key) const;
 
 private:

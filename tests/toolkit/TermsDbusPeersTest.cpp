@@ -1,108 +1,104 @@
-// Two processes running the toolkit: this one calls, ToolkitPeer answers.
-#include "TwoProcessExchange.h"
+// A ToolkitPeer process answers this process's toolkit and peers no one here wrote.
+#include <chrono>
+
+#include "ToolkitSupport.h"
 
 using namespace toolkit_test;
 
-struct PayloadCase {
-    const char* name;
-    std::vector<unsigned char> sent;
-    std::vector<unsigned char> echoed;
-};
+namespace {
 
-void PrintTo(const PayloadCase& c, std::ostream* os) { *os << c.name; }
+const char kFailJson[] = "{\"dbus_result\":\"fail\",\"errmsg\":\"error handling\"}";
 
-class ATwoProcessRoundTrip : public ATwoProcessExchange, public testing::WithParamInterface<PayloadCase> {};
-
-TEST_P(ATwoProcessRoundTrip, CarriesThePayloadBothWays) {
-    std::vector<unsigned char> sent = GetParam().sent;
-    FilledRecord reply;
-    ASSERT_EQ(Call("echo", sent.empty() ? nullptr : &sent, reply), 1);
-    ExpectEcho(reply);
-    EXPECT_EQ(reply.Payload(), GetParam().echoed);
+std::string GdbusCall(const std::string& name, const char* path, const char* type) {
+    return OutputOf({"gdbus", "call", "--system", "--dest", name, "--object-path", path, "--method",
+                     name + ".SendMessage", "a", "7", type, "m"});
 }
 
-INSTANTIATE_TEST_SUITE_P(Payloads, ATwoProcessRoundTrip,
-                         testing::Values(PayloadCase{"None", {}, {}},
-                                         PayloadCase{"OneZeroByteReadsAsNone", {0x00}, {}},
-                                         PayloadCase{"OneByte01", {0x01}, {0x01}},
-                                         PayloadCase{"Bytes", {0x00, 0xFF, 0x00}, {0x00, 0xFF, 0x00}}),
-                         [](const auto& info) { return std::string(info.param.name); });
+}  // namespace
 
-TEST_F(ATwoProcessExchange, RefusesAPayloadTooLargeForTheBusAndStaysConnected) {
+// Null texts go out empty, invalid UTF-8 repaired: one well-formed reply whatever the callback did.
+TEST_F(AToolkitPeer, AnswersGdbusCallWithTheCallbacksReplyTheFailureReplyOrAWellFormedOne) {
+    const std::pair<const char*, std::string> cases[] = {
+        {"t", "('peer', uint32 8, 't', 'm', [(byte 0x00,)])"},
+        {"fail", std::string("('', uint32 0, '', '") + kFailJson + "', [(byte 0x00,)])"},
+        {"empty", "('', uint32 0, '', '', [(byte 0x00,)])"},
+        {"badtext", "('\xef\xbf\xbd\xef\xbf\xbd', uint32 0, '', 'ok\xef\xbf\xbd', [(byte 0x00,)])"}};
+    for (const auto& [type, reply] : cases) EXPECT_EQ(GdbusCall(kPeer, kPeerPath, type), reply + "\n") << type;
+    ExpectEcho();
+}
+
+TEST_F(AToolkitPeer, AnswersBusctlAndADbusPythonClient) {
+    EXPECT_EQ(OutputOf({"busctl", "--system", "call", kPeer, kPeerPath, kPeer, "SendMessageWithBuffer", "sussa(y)", "b",
+                        "41", "t", "m", "2", "9", "1"}),
+              "sussa(y) \"peer\" 42 \"t\" \"m\" 2 9 1\n");
+    EXPECT_EQ(OutputOf({"/usr/bin/python3", TOOLKIT_SCRIPTS "/call_with_dbus_python.py", kPeer}),
+              "peer 7 t bytes [1, 2, 3]\n");
+}
+
+TEST_F(AToolkitPeer, IsIntrospectedWithItsTwoMethods) {
+    const std::string output =
+        OutputOf({"gdbus", "introspect", "--system", "--dest", kPeer, "--object-path", kPeerPath});
+    for (const char* part : {"interface test.toolkit.peer {", "SendMessage(in  s from,",
+                             "SendMessageWithBuffer(in  s from,", "out a* buffer);"})
+        EXPECT_NE(output.find(part), std::string::npos) << part << " in " << output;
+}
+
+TEST_F(AToolkitPeer, CarriesThePayloadBothWaysAndReadsALoneZeroByteAsNone) {
+    const std::pair<std::vector<unsigned char>, std::vector<unsigned char>> cases[] = {
+        {{}, {}}, {{0x00}, {}}, {{0x01}, {0x01}}, {{0x00, 0xFF, 0x00}, {0x00, 0xFF, 0x00}}};
+    for (const auto& [sent, echoed] : cases) ExpectEcho("peer", sent, echoed);
+}
+
+TEST_F(AToolkitPeer, RefusesACallOrReplyTooLargeForTheBusAndStaysConnected) {
     std::vector<unsigned char> payload(LargestPayloadThatFits("echo") + 1, 1);
-    FilledRecord reply;
-    EXPECT_EQ(Call("echo", &payload, reply), 0);
-    EXPECT_EQ(reply.msg.message, nullptr);
-    EXPECT_TRUE(m_Log.Has("Fail of g_dbus_connection_call_sync"));
-    ExpectPeerStillAnswers();
+    FilledRecord refused, failure;
+    EXPECT_EQ(Call("echo", &payload, refused), 0);
+    EXPECT_EQ(refused.msg.message, nullptr);
+    ASSERT_EQ(Call("oversize", nullptr, failure), 1);
+    EXPECT_STREQ(failure.msg.from, "");
+    EXPECT_EQ(failure.msg.code, 0u);
+    EXPECT_STREQ(failure.msg.message, kFailJson);
+    EXPECT_EQ(failure.msg.buffer_size, 0u);
+    ExpectEcho();
 }
 
-TEST_F(ATwoProcessExchange, GetsTheFailureReplyWhenThePeersCallbackFails) {
-    FilledRecord reply;
-    ASSERT_EQ(Call("fail", nullptr, reply), 1);
-    ExpectFailureReply(reply);
-}
-
-TEST_F(ATwoProcessExchange, GetsTheFailureReplyWhenThePeersReplyIsTooLarge) {
-    FilledRecord reply;
-    ASSERT_EQ(Call("oversize", nullptr, reply), 1);
-    ExpectFailureReply(reply);
-    ExpectPeerStillAnswers();
-}
-
-TEST_F(ATwoProcessExchange, GetsOneWellFormedReplyWhenThePeerFillsItBadly) {
-    FilledRecord empty, badText;
-    ASSERT_EQ(Call("empty", nullptr, empty), 1);
-    EXPECT_STREQ(empty.msg.from, "");
-    EXPECT_STREQ(empty.msg.message, "");
-    ASSERT_EQ(Call("badtext", nullptr, badText), 1);
-    EXPECT_STREQ(badText.msg.from, "\xef\xbf\xbd\xef\xbf\xbd");
-    EXPECT_STREQ(badText.msg.type, "");
-    EXPECT_STREQ(badText.msg.message, "ok\xef\xbf\xbd");
-    ExpectPeerStillAnswers();
-}
-
-TEST_F(ATwoProcessExchange, ReachesTheServerThatReplacedThePeer) {
-    ASSERT_TRUE(m_Peer.WaitForLine("acquired"));
+TEST_F(AToolkitPeer, LosesItsNameToAServerThatReplacesIt) {
     ChildProcess successor({TOOLKIT_PEER, kPeer, "successor"});
     ASSERT_TRUE(successor.WaitForLine("acquired"));
     EXPECT_TRUE(m_Peer.WaitForLine("lost"));
-    FilledRecord reply;
-    ASSERT_EQ(Call("echo", nullptr, reply), 1);
-    ExpectEcho(reply, "successor");
+    ExpectEcho("successor");
 }
 
-TEST_F(ATwoProcessExchange, FailsAtOnceForANameNobodyOwns) {
-    const auto start = std::chrono::steady_clock::now();
-    FilledRecord reply;
-    EXPECT_EQ(Call("echo", nullptr, reply, "test.toolkit.nobody"), 0);
-    EXPECT_LT(SecondsSince(start), 10.0);
-    EXPECT_TRUE(m_Log.Has("Fail of g_dbus_connection_call_sync"));
+// The default limit (20 s) is far above the 10 s allowed: a missing name fails at once.
+TEST_F(AToolkitPeer, FailsACallToAMissingNameOrOneUnansweredWithinItsTimeLimit) {
+    const std::pair<const char*, int> cases[] = {{"test.toolkit.nobody", 20000}, {kPeer, 300}};
+    for (const auto& [destination, timeLimitMs] : cases) {
+        const auto start = std::chrono::steady_clock::now();
+        FilledRecord reply;
+        EXPECT_EQ(Call("stall", nullptr, reply, destination, timeLimitMs), 0) << destination;
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10)) << destination;
+    }
 }
 
-TEST(ASilentPeer, MakesTheCallFailAfterItsTimeLimit) {
-    InProcessServer caller("test.toolkit.caller");
-    ChildProcess silent({TOOLKIT_PEER, kPeer, "silent", "silent"});
-    ASSERT_TRUE(silent.WaitForLine("ready"));
-    ASSERT_TRUE(WaitForBusName(kPeer));
-    TermsDbusMessage request = MakeRequest("caller", 1, "t", "m"), reply{};
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(SendTermsDbusSyncMessage(InProcessServer::kHandle, kPeer, &request, &reply, 300), 0);
-    EXPECT_LT(SecondsSince(start), 10.0);
-    EXPECT_EQ(reply.from, nullptr);
+TEST(AToolkitServer, EmitsSignalsWithAndWithoutPayloadButRefusesOneTooLargeForTheBus) {
+    InProcessServer server("test.toolkit.server");
+    ChildProcess subscriber({"/usr/bin/python3", TOOLKIT_SCRIPTS "/subscribe_signal.py", "test.toolkit.server"});
+    ASSERT_TRUE(server.up && subscriber.WaitForLine("ready"));
+    std::vector<unsigned char> huge(4200000, 1), payload = {0, 1, 2};
+    TermsDbusMessage tooLarge = MakeRequest("t", &huge), plain = MakeRequest("plain"),
+                     withPayload = MakeRequest("bytes", &payload);
+    EXPECT_EQ(SendTermsDbusSignal(kHandle, "Notice", &tooLarge), 0);
+    EXPECT_EQ(SendTermsDbusSignal("test.toolkit.server", "Notice", &plain), 1);
+    EXPECT_EQ(SendTermsDbusSignal(kHandle, "Notice", &withPayload), 1);
+    EXPECT_TRUE(subscriber.WaitForLine("(suss) ('caller', 41, 'plain', 'hello')"));
+    EXPECT_TRUE(subscriber.WaitForLine("(sussa(y)) ('caller', 41, 'bytes', 'hello', [(0,), (1,), (2,)])"));
 }
 
-#ifdef ECHO_EXAMPLE
 TEST(TheEchoExample, AnswersGdbusAndItsOwnClientMode) {
     ChildProcess example({ECHO_EXAMPLE, "test.toolkit.example"});
     ASSERT_TRUE(example.WaitForLine("serving test.toolkit.example"));
-    const CommandResult answer = RunWhileServing({"gdbus", "call", "--system", "--dest", "test.toolkit.example",
-                                                  "--object-path", "/test/toolkit/example", "--method",
-                                                  "test.toolkit.example.SendMessage", "a", "7", "t", "m"});
-    EXPECT_EQ(answer.output, "('test.toolkit.example', uint32 7, 't', 'echo: m', [(byte 0x00,)])\n");
-    const CommandResult call =
-        RunWhileServing({ECHO_EXAMPLE, "test.toolkit.example.client", "--call", "test.toolkit.example", "hi"});
-    EXPECT_EQ(call.exitStatus, 0);
-    EXPECT_EQ(call.output, "reply from test.toolkit.example: echo: hi\n");
+    EXPECT_EQ(GdbusCall("test.toolkit.example", "/test/toolkit/example", "t"),
+              "('test.toolkit.example', uint32 7, 't', 'echo: m', [(byte 0x00,)])\n");
+    EXPECT_EQ(OutputOf({ECHO_EXAMPLE, "test.toolkit.example.client", "--call", "test.toolkit.example", "hi"}),
+              "reply from test.toolkit.example: echo: hi\n");
 }
-#endif

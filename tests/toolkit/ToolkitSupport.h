@@ -1,85 +1,88 @@
-// Helpers of the toolkit tests: records, other processes, and the main loop.
+// Helpers of the toolkit tests; in AToolkitPeer a ToolkitPeer process answers this one.
 #ifndef TOOLKIT_SUPPORT_H
 #define TOOLKIT_SUPPORT_H
 
-#include <sys/types.h>
+#include <gtest/gtest.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
+#include "LogCapture.h"
 #include "TermsDbusAPI.h"
 
 namespace toolkit_test {
 
-// A request over texts and bytes that outlive it (it copies nothing).
-TermsDbusMessage MakeRequest(const char* from, uint32_t code, const char* type, const char* message,
-                             std::vector<unsigned char>* payload = nullptr);
+const char kHandle[] = "handle";
+const char kPeer[] = "test.toolkit.peer";
+const char kPeerPath[] = "/test/toolkit/peer";
+
+// A request from "caller", code 41, message "hello", over bytes that outlive it.
+inline TermsDbusMessage MakeRequest(const char* type, std::vector<unsigned char>* payload = nullptr) {
+    return {const_cast<char*>("caller"),
+            41,
+            const_cast<char*>(type),
+            const_cast<char*>("hello"),
+            payload ? payload->data() : nullptr,
+            payload ? static_cast<uint32_t>(payload->size()) : 0u};
+}
 
 // A record the toolkit fills; released on destruction.
 struct FilledRecord {
     TermsDbusMessage msg{};
-    FilledRecord() = default;
-    FilledRecord(const FilledRecord&) = delete;
-    FilledRecord& operator=(const FilledRecord&) = delete;
     ~FilledRecord() { ReleaseTermsDbusMessage(&msg); }
     std::vector<unsigned char> Payload() const { return {msg.buffer, msg.buffer + msg.buffer_size}; }
 };
 
-// A program run in the background with its standard output on a pipe;
-// terminated and reaped on destruction.
+// A program in the background with its standard output on a pipe; killed on destruction.
 class ChildProcess {
 public:
     explicit ChildProcess(const std::vector<std::string>& argv);
     ~ChildProcess();
-    ChildProcess(const ChildProcess&) = delete;
-    ChildProcess& operator=(const ChildProcess&) = delete;
-    // Reads lines until one equals `line`; false after 10 s or at the end of output.
+    // Reads output lines until one equals `line`; false after 10 s of silence or at the end.
     bool WaitForLine(const std::string& line);
-    // The output lines read so far.
-    const std::vector<std::string>& Lines() const { return m_Lines; }
 
 private:
-    bool ReadLine(std::string& line);
     pid_t m_Pid = -1;
     int m_Output = -1;
     std::string m_Pending;
-    std::vector<std::string> m_Lines;
 };
 
-struct CommandResult {
-    int exitStatus = -1;
-    std::string output;
+// The standard output of a command run to its end.
+std::string OutputOf(const std::vector<std::string>& argv);
+
+// The largest payload that a call of `type` from this process to kPeer carries.
+uint32_t LargestPayloadThatFits(const char* type);
+
+// The process's toolkit server under kHandle; closed on destruction.
+struct InProcessServer {
+    explicit InProcessServer(const char* busName)
+        : up(InitiateTermsDbusServer(kHandle) && CreateTermsDbusServer(busName)) {}
+    ~InProcessServer() { CloseTermsDbusServer(kHandle); }
+    const bool up;
 };
 
-// Runs a command to its end while this thread's main loop serves the bus.
-CommandResult RunWhileServing(const std::vector<std::string>& argv);
+class AToolkitPeer : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(m_Caller.up && m_Peer.WaitForLine("acquired")); }
+    int Call(const char* type, std::vector<unsigned char>* payload, FilledRecord& reply, const char* to = kPeer,
+             int timeLimitMs = 20000) {
+        TermsDbusMessage request = MakeRequest(type, payload);
+        return SendTermsDbusSyncMessage(kHandle, to, &request, &reply.msg, timeLimitMs);
+    }
+    // Calls "echo" and expects the answer of the peer labelled `from`.
+    void ExpectEcho(const char* from = "peer", std::vector<unsigned char> sent = {},
+                    const std::vector<unsigned char>& echoed = {}) {
+        FilledRecord reply;
+        ASSERT_EQ(Call("echo", sent.empty() ? nullptr : &sent, reply), 1);
+        EXPECT_STREQ(reply.msg.from, from);
+        EXPECT_EQ(reply.msg.code, 42u);
+        EXPECT_STREQ(reply.msg.type, "echo");
+        EXPECT_STREQ(reply.msg.message, "hello");
+        EXPECT_EQ(reply.Payload(), echoed) << sent.size() << " bytes sent";
+    }
 
-// Iterates the default main context until `done` or 10 s have passed.
-bool IterateUntil(const std::function<bool()>& done);
-
-// Waits until some connection owns `name` on the system bus.
-bool WaitForBusName(const std::string& name);
-
-// The unique name of the process's shared system bus connection.
-std::string OwnUniqueName();
-
-// The process's toolkit server under the handle kHandle, answering with
-// EchoCallback (label kLabel) on this thread's main loop; closed on destruction.
-class InProcessServer {
-public:
-    static constexpr const char* kHandle = "handle";
-    static constexpr const char* kLabel = "in-process";
-    explicit InProcessServer(const char* busName);
-    ~InProcessServer();
-    InProcessServer(const InProcessServer&) = delete;
-    InProcessServer& operator=(const InProcessServer&) = delete;
-    // Created and its name acquired.
-    bool IsUp() const { return m_Up; }
-
-private:
-    bool m_Up = false;
-    bool m_Acquired = false;
+    InProcessServer m_Caller{"test.toolkit.caller"};
+    ChildProcess m_Peer{{TOOLKIT_PEER, kPeer, "peer"}};
 };
 
 }  // namespace toolkit_test

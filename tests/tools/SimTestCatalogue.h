@@ -1,7 +1,6 @@
 // A small catalogue whose every detail the simulator tests rely on.
-//   AA (default): base, child (needs base), note (notice only), extra
+//   AA (default): base, child (needs base), note (notice only), extra; revised: child
 //     requester 0: base, child; requester 1: extra, base; others: all four
-//     revised: child
 //   BB: bb_only, base; header and titles of its own, web view header from the top
 #ifndef TESTS_TOOLS_SIM_TEST_CATALOGUE_H
 #define TESTS_TOOLS_SIM_TEST_CATALOGUE_H
@@ -9,15 +8,11 @@
 namespace simtest {
 
 inline const char kTestCatalogue[] = R"json({
-  "default_country": "AA",
-  "header": {"h": "top"},
-  "web_view_header": {"w": "top"},
-  "menu_titles": ["T1", "T2"],
+  "default_country": "AA", "header": {"h": "top"}, "web_view_header": {"w": "top"}, "menu_titles": ["T1", "T2"],
   "disclaimers": {
     "base": {
-      "version": "1.0", "title": "Base terms", "intro": "Read me",
+      "version": "1.0", "title": "Base terms", "intro": "Read me", "buttons": ["Agree", "Disagree", "More"],
       "details": [{"title": "S1", "data": "D1"}, {"title": "S2", "data": "D2"}],
-      "buttons": ["Agree", "Disagree", "More"],
       "by_country": {"BB": {"title": "Grundlage – 기본", "version": "1.1"}}
     },
     "child": {"version": "2", "title": "Child", "details": "Plain prose.", "agree_dependency": "base"},
@@ -28,18 +23,11 @@ inline const char kTestCatalogue[] = R"json({
   },
   "countries": {
     "AA": {
-      "disclaimers": ["base", "child", "note", "extra"],
+      "disclaimers": ["base", "child", "note", "extra"], "revised": ["child"],
       "requesters": {"0": ["base", "child"], "1": ["extra", "base"]},
-      "revised": ["child"],
-      "header": {"h": "aa"},
-      "web_view_header": {"w": "aa"},
-      "menu_titles": ["A1", "A2"]
+      "header": {"h": "aa"}, "web_view_header": {"w": "aa"}, "menu_titles": ["A1", "A2"]
     },
-    "BB": {
-      "disclaimers": ["bb_only", "base"],
-      "header": {"h": "bb"},
-      "menu_titles": ["Bé"]
-    }
+    "BB": {"disclaimers": ["bb_only", "base"], "header": {"h": "bb"}, "menu_titles": ["Bé"]}
   }
 })json";
 

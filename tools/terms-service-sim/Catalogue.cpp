@@ -245,7 +245,14 @@ bool ParseStrictJson(const std::string& text, Json::Value& value, std::string& e
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
     const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    if (!reader->parse(text.data(), text.data() + text.size(), &value, &error)) {
+    bool parsed = false;
+    try {
+        parsed = reader->parse(text.data(), text.data() + text.size(), &value, &error);
+    } catch (const Json::Exception& tooDeep) {
+        // The reader throws instead of failing when nesting exceeds its limit.
+        error = tooDeep.what();
+    }
+    if (!parsed) {
         value = Json::Value();
         while (!error.empty() && (error.back() == '\n' || error.back() == ' ')) error.pop_back();
         return false;

@@ -1,0 +1,70 @@
+#include "FuzzSupport.h"
+
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <vector>
+
+namespace fuzzsupport {
+namespace {
+
+std::vector<std::string>& DirectoriesToRemove() {
+    static std::vector<std::string> directories;
+    return directories;
+}
+
+void RemoveDirectories() {
+    std::error_code ignored;
+    for (const std::string& directory : DirectoriesToRemove()) std::filesystem::remove_all(directory, ignored);
+}
+
+std::string MakeDirectory(const char* name) {
+    const char* base = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
+    std::string pattern = std::string(base) + "/veranti-fuzz-" + name + "-XXXXXX";
+    if (!mkdtemp(pattern.data())) Fail("cannot make a scratch directory");
+    if (DirectoriesToRemove().empty()) std::atexit(RemoveDirectories);
+    DirectoriesToRemove().push_back(pattern);
+    return pattern;
+}
+
+}  // namespace
+
+std::string TextUpToNul(const uint8_t* data, size_t size) {
+    if (size == 0) return std::string();
+    const auto* text = reinterpret_cast<const char*>(data);
+    return std::string(text, strnlen(text, size));
+}
+
+const std::string& UseTemporaryStore() {
+    static const std::string root = [] {
+        std::string directory = MakeDirectory("store");
+        setenv("VCONF_ROOT", directory.c_str(), 1);
+        return directory;
+    }();
+    return root;
+}
+
+std::string MakeScratchDirectory(const char* name) { return MakeDirectory(name); }
+
+void Fail(const char* what) {
+    std::fprintf(stderr, "fuzz target invariant broken: %s\n", what);
+    std::abort();
+}
+
+}  // namespace fuzzsupport
+
+// The platform log for the fuzz targets: formats every line, keeps none.
+extern "C" __attribute__((visibility("default"), format(printf, 4, 5))) int __dlog_print(int, int, const char* tag,
+                                                                                          const char* fmt, ...) {
+    if (!tag || !fmt) return -22;
+    static thread_local char line[4096];
+    va_list args;
+    va_start(args, fmt);
+    const int length = std::vsnprintf(line, sizeof line, fmt, args);
+    va_end(args);
+    return length;
+}

@@ -1,0 +1,34 @@
+// Shared pieces of the fuzz targets.
+//
+// Every target links FuzzSupport.cpp, which defines __dlog_print for the
+// program: each line is formatted with its arguments (so a format that does
+// not match its arguments is caught by the sanitizers) and then dropped.
+#ifndef FUZZ_SUPPORT_H
+#define FUZZ_SUPPORT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace fuzzsupport {
+
+// The input as a text, cut at its first NUL byte: what a D-Bus string or a
+// configuration-store value can carry.
+std::string TextUpToNul(const uint8_t* data, size_t size);
+
+// A fresh configuration-store root for this process (on a memory file
+// system when there is one), exported as VCONF_ROOT and removed at exit.
+const std::string& UseTemporaryStore();
+
+// A fresh, empty directory below the temporary store's parent; removed at exit.
+std::string MakeScratchDirectory(const char* name);
+
+// Stops the process with a message: a broken invariant is a finding.
+[[noreturn]] void Fail(const char* what);
+
+}  // namespace fuzzsupport
+
+// Declared by libFuzzer's driver and by the replay driver alike.
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+
+#endif

@@ -53,10 +53,15 @@ class Results:
     def has(self, file, key):
         return key in self.entries.get(file, {})
 
-    # Times: the fastest repetition; rates and message counts: the highest;
-    # other counters: the median. A benchmark run once has only its runs.
-    STATISTIC = {"real_time": "min", "cpu_time": "min", "items_per_second": "max", "bytes_per_second": "max",
-                 "bus_messages": "max", "bus_msgs_per_call": "max"}
+    # Wall-clock times and rates: the median of the interleaved repetitions. A
+    # round trip on this kind of machine is bimodal (about 35 µs while the
+    # processors are kept awake by other work, about 110 µs when each hop
+    # wakes an idle one), so the fastest repetition is whichever happened to
+    # run beside other work; the median is the typical one. CPU times: the
+    # lowest (other work only ever adds to them). Message counts: the
+    # highest; other counters: the median. A benchmark run once has only its runs.
+    STATISTIC = {"real_time": "median", "cpu_time": "min", "items_per_second": "median",
+                 "bytes_per_second": "median", "bus_messages": "max", "bus_msgs_per_call": "max"}
 
     def value(self, file, key, field):
         by_name = self.entries.get(file, {}).get(key)
@@ -436,8 +441,10 @@ def main():
                "- Log output: `DLOG_OUTPUT=none` for every main figure (the device's log is an in-memory ring "
                "buffer, so its cost is not that of a file). The library still makes all its log calls; the cost of "
                "writing them to a file is shown as extra rows.\n"
-               "- Figures: the fastest of 7 repetitions interleaved at random, for rates the highest (other processes on "
-               "a shared machine only ever slow a run down); payloads of 1 MiB and more: 3 repetitions of one call, "
+               "- Figures: the median of 7 repetitions interleaved at random (a round trip here is bimodal, fast "
+               "while other work keeps the processors awake and slow when each hop wakes an idle one, so the "
+               "fastest repetition says more about the neighbours than about the code); CPU times the lowest; "
+               "payloads of 1 MiB and more: 3 repetitions of one call, "
                "64 KiB: one run of 10 calls. The spread in brackets is the larger "
                "coefficient of variation of the two figures' repetitions. Bus figures are wall-clock time; store and log figures are CPU time of "
                "the calling thread (they never wait for another process, and wall-clock time on a shared machine "

@@ -69,7 +69,7 @@ public:
         CErrorDescriptor(int errorCode, int errorReason);
 
         static CErrorDescriptor FromString(std::string text);
-        std::string ToString() const;
+        std::string ToString();
 
         int m_ErrorCode;
         int m_ErrorReason;

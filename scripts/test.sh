@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # The test command: installs what is missing, builds with warnings as errors,
-# runs the whole suite, then builds and runs it again with AddressSanitizer and
-# UndefinedBehaviorSanitizer.
+# runs the whole suite, builds consumers against an installed copy, runs the
+# suite again with AddressSanitizer (LeakSanitizer included) and
+# UndefinedBehaviorSanitizer, then the bounded reliability checks: fuzzers,
+# the ThreadSanitizer build and the soak run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -23,3 +25,6 @@ tests/consumer/check.sh build/ci
 
 echo "== Build and test with AddressSanitizer + UndefinedBehaviorSanitizer =="
 run_suite build/ci-asan -DCMAKE_BUILD_TYPE=Debug -DASAN=ON -DUBSAN=ON
+
+echo "== Reliability: fuzzers, ThreadSanitizer, soak =="
+./scripts/reliability.sh fuzz tsan soak

@@ -8,12 +8,15 @@
 #include <json/json.h>
 
 #include <cstring>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "TermsAPIInternal.h"
 #include "TermsCommon.h"
+#include "TermsDbusAPI.h"
+#include "TermsDbusServer.h"
 #include "TermsLog.h"
 #include "VerantiAPI.h"
 
@@ -243,17 +246,6 @@ void GetAllDisclaimerDetail(TermsRequester requester, TermsItemListCallback call
 // The registry is g_DbusServer alone: one server per process, found by its
 // handle name or its bus name, not guarded by any lock (create, use and close
 // it from one thread). A missing server is "not found", never used.
-#include <cstring>
-#include <new>
-#include <string>
-
-#include "TermsDbusAPI.h"
-#include "TermsDbusServer.h"
-
-#ifndef LOG_TAG
-#define LOG_TAG "Veranti"
-#endif
-#include "TermsLog.h"
 
 #define TERMS_DBUS_NULL_NAME_MESSAGE "ERROR! service or signal name, char string is NULL"
 

@@ -13,12 +13,19 @@
 
 namespace terms {
 
-// Parses the whole text with a reader of default settings.
+// Parses the whole text with a reader of default settings. A text nested
+// deeper than the reader's limit makes the reader throw instead of failing;
+// it is a text that does not parse, like any other. Each thread makes its
+// reader once: building one costs as much as parsing a small text, and a
+// reader resets itself at the start of every parse.
 inline bool ParseJsonText(const std::string& text, Json::Value& value) {
-    Json::CharReaderBuilder builder;
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    thread_local const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
     std::string errors;
-    return reader->parse(text.data(), text.data() + text.size(), &value, &errors);
+    try {
+        return reader->parse(text.data(), text.data() + text.size(), &value, &errors);
+    } catch (const Json::Exception&) {
+        return false;
+    }
 }
 
 // JSON text without indentation or line breaks.

@@ -43,12 +43,26 @@ const size_t kIntrospectionBufferSize = 2048;
 
 const char* TextOrEmpty(const char* text) { return text ? text : ""; }
 
+// GDBus guards its calls against malformed names with criticals (which a
+// process may have made fatal) instead of failing them, so names that come
+// from outside are checked before they reach it.
+bool IsAddressable(const std::string& path, const std::string& interfaceName, const char* member) {
+    if (g_variant_is_object_path(path.c_str()) && g_dbus_is_interface_name(interfaceName.c_str()) &&
+        g_dbus_is_member_name(member)) {
+        return true;
+    }
+    TLOG_ERROR("not a D-Bus object path, interface and member: [%s] [%s] [%s]", path.c_str(), interfaceName.c_str(),
+               member);
+    return false;
+}
+
 // Sends the reply, or the failure reply when it would not fit in one bus message.
 void ReturnReply(GDBusMethodInvocation* invocation, GVariant* body) {
     g_variant_ref_sink(body);
     const char* caller = g_dbus_method_invocation_get_sender(invocation);
     const char* self = g_dbus_connection_get_unique_name(g_dbus_method_invocation_get_connection(invocation));
     if (!FitsInBusMessage(body, {caller, self})) {
+        TLOG_ERROR("the reply does not fit in one bus message: sending the failure reply instead");
         g_variant_unref(body);
         body = g_variant_ref_sink(MakeFailResponseToParams());
     }
@@ -90,8 +104,11 @@ bool TermsDbusServer::CreateDbusServer(std::string serviceName) {
     g_dbus_connection_set_exit_on_close(m_pConnection, FALSE);
     TLOG_INFO_TRACE("Get dbus connection success : %p", static_cast<void*>(m_pConnection));
 
-    m_nOwnerId = g_bus_own_name_on_connection(m_pConnection, m_strServiceName.c_str(), kOwnerFlags, m_OnNameAcquired,
-                                              m_OnNameLost, this, nullptr);
+    if (!g_dbus_is_name(m_strServiceName.c_str())) TLOG_ERROR("%s is not a bus name", m_strServiceName.c_str());
+    m_nOwnerId = g_dbus_is_name(m_strServiceName.c_str())
+                     ? g_bus_own_name_on_connection(m_pConnection, m_strServiceName.c_str(), kOwnerFlags,
+                                                    m_OnNameAcquired, m_OnNameLost, this, nullptr)
+                     : 0;
     if (m_nOwnerId == 0) {
         TLOG_ERROR("Request bus name fail!");
         return false;
@@ -106,9 +123,11 @@ bool TermsDbusServer::CreateDbusServer(std::string serviceName) {
     m_strObjectPath = GetObjectPath(m_strServiceName);
     TLOG_INFO_TRACE("Register Obj Path: %s", m_strObjectPath.c_str());
 
-    m_nRegistrationId = g_dbus_connection_register_object(m_pConnection, m_strObjectPath.c_str(),
-                                                          m_pNodeInfo->interfaces[0], &m_gVTable, this, nullptr,
-                                                          nullptr);
+    m_nRegistrationId = IsAddressable(m_strObjectPath, m_strServiceName, "SendMessage")
+                            ? g_dbus_connection_register_object(m_pConnection, m_strObjectPath.c_str(),
+                                                                m_pNodeInfo->interfaces[0], &m_gVTable, this,
+                                                                nullptr, nullptr)
+                            : 0;
     TLOG_INFO_TRACE("Get register id : %u", m_nRegistrationId);
     if (m_nRegistrationId == 0) {
         TLOG_ERROR("Register Obj Path Fail!");
@@ -164,6 +183,7 @@ bool TermsDbusServer::SendDbusSignal(std::string signalName, const TermsDbusMess
     GVariant* body = g_variant_ref_sink(MakeSignalDataToParams(msg));
     GError* error = nullptr;
     const bool emitted =
+        IsAddressable(m_strObjectPath, m_strServiceName, signalName.c_str()) &&
         FitsInBusMessage(body, {m_strObjectPath.c_str(), m_strServiceName.c_str(), signalName.c_str(),
                                 g_dbus_connection_get_unique_name(m_pConnection)}) &&
         g_dbus_connection_emit_signal(m_pConnection, nullptr, m_strObjectPath.c_str(), m_strServiceName.c_str(),
@@ -189,23 +209,24 @@ bool TermsDbusServer::SendDbusSyncMessage(std::string destination, const TermsDb
     TLOG_INFO_TRACE("from[%s] to [%s] [%s]", TextOrEmpty(request.from), destination.c_str(),
                     TextOrEmpty(request.message));
 
-    GError* error = nullptr;
     GVariant* result = nullptr;
-    if (FitsInBusMessage(arguments, {path.c_str(), destination.c_str(), methodName.c_str(), destination.c_str(),
+    if (IsAddressable(path, destination, methodName.c_str()) &&
+        FitsInBusMessage(arguments, {path.c_str(), destination.c_str(), methodName.c_str(), destination.c_str(),
                                      g_dbus_connection_get_unique_name(m_pConnection)})) {
+        GError* error = nullptr;
         result = g_dbus_connection_call_sync(m_pConnection, destination.c_str(), path.c_str(), destination.c_str(),
                                              methodName.c_str(), arguments, nullptr, G_DBUS_CALL_FLAGS_NONE, timeout,
                                              nullptr, &error);
+        if (!result) {
+            if (error) {
+                TLOG_ERROR("Fail to invoking sync message call(%s %d)", error->message, error->code);
+                g_error_free(error);
+            }
+            TLOG_ERROR("Fail of g_dbus_connection_call_sync");
+        }
     }
     g_variant_unref(arguments);
-    if (!result) {
-        if (error) {
-            TLOG_ERROR("Fail to invoking sync message call(%s %d)", error->message, error->code);
-            g_error_free(error);
-        }
-        TLOG_ERROR("Fail of g_dbus_connection_call_sync");
-        return false;
-    }
+    if (!result) return false;
     const bool decoded = MakeParamsToMessage(result, reply);
     g_variant_unref(result);
     if (!decoded) {
@@ -281,7 +302,7 @@ void TermsDbusServer::m_ObjectCallback(GDBusConnection*, const gchar*, const gch
         TLOG_INFO_TRACE("start to callback func");
         succeeded = callback(methodName, &request, &reply, callbackData) != 0;
     }
-    ReturnReply(invocation, succeeded ? MakeMsgOutputResponseToParams(reply) : MakeFailResponseToParams());
+    ReturnReply(invocation, succeeded ? MakeOwnedResponseToParams(reply) : MakeFailResponseToParams());
     if (succeeded) TLOG_INFO_TRACE("dbus return response");
     ReleaseTermsDbusMessage(&request);
     ReleaseTermsDbusMessage(&reply);

@@ -1,6 +1,8 @@
 #include "TermsDbusUtil.h"
 
+#include <cstdint>
 #include <cstring>
+#include <new>
 
 #define LOG_TAG "dterms-dbus"
 #include "TermsLog.h"
@@ -34,12 +36,15 @@ private:
 
 bool HasPayload(const TermsDbusMessage& msg) { return msg.buffer_size != 0 && msg.buffer != nullptr; }
 
-// An "a(y)" over the bytes in place: its serialised form is the bytes themselves.
-GVariant* WrapBytes(const void* data, size_t size) {
-    return g_variant_new_from_data(G_VARIANT_TYPE(kPayloadType), data, size, TRUE, nullptr, nullptr);
+// An "a(y)" over the bytes in place: its serialised form is the bytes
+// themselves. `release` runs on `data` once GLib lets the value go.
+GVariant* WrapBytes(const void* data, size_t size, GDestroyNotify release = nullptr) {
+    return g_variant_new_from_data(G_VARIANT_TYPE(kPayloadType), data, size, TRUE, release, const_cast<void*>(data));
 }
 
 GVariant* WrapPayload(const TermsDbusMessage& msg) { return WrapBytes(msg.buffer, msg.buffer_size); }
+
+void ReleaseBuffer(gpointer buffer) { delete[] static_cast<unsigned char*>(buffer); }
 
 GVariant* MakePlaceholder() { return WrapBytes(kPlaceholder, sizeof(kPlaceholder)); }
 
@@ -57,13 +62,17 @@ void CopyTexts(const char* from, guint32 code, const char* type, const char* mes
     msg.message = CopyTermsDbusString(message);
 }
 
-// Copies a received payload unless it is empty or the placeholder.
+// Copies a received payload unless it is empty or the placeholder. The block
+// is not zeroed first: the copy is the one pass over the bytes.
 void CopyPayload(GVariant* payload, TermsDbusMessage& msg) {
     const gsize size = g_variant_get_size(payload);
     const auto* data = static_cast<const unsigned char*>(g_variant_get_data(payload));
     if (size == 0 || (size == 1 && data[0] == 0)) return;
-    msg.buffer = AllocateTermsDbusBuffer(static_cast<uint32_t>(size));
-    if (!msg.buffer) return;
+    msg.buffer = new (std::nothrow) unsigned char[size];
+    if (!msg.buffer) {
+        TLOG_ERROR("no memory for a payload of %zu bytes, dropped", static_cast<size_t>(size));
+        return;
+    }
     std::memcpy(msg.buffer, data, size);
     msg.buffer_size = static_cast<uint32_t>(size);
 }
@@ -88,10 +97,11 @@ void ReadWithPayload(GVariant* params, const char* typeString, TermsDbusMessage&
 
 // Wire layout (D-Bus marshalling): every value is aligned to its type's
 // alignment; a struct or dict entry to 8, an array's length to 4 and its
-// first element to the element's alignment.
-size_t AlignUp(size_t offset, size_t alignment) { return (offset + alignment - 1) / alignment * alignment; }
+// first element to the element's alignment. Sizes are counted in 64 bits, so
+// a payload of up to 4 GiB (8 wire bytes a byte) cannot wrap on any target.
+uint64_t AlignUp(uint64_t offset, uint64_t alignment) { return (offset + alignment - 1) / alignment * alignment; }
 
-size_t WireAlignment(char typeCode) {
+uint64_t WireAlignment(char typeCode) {
     switch (typeCode) {
         case 'y': case 'g': case 'v': return 1;
         case 'n': case 'q': return 2;
@@ -100,7 +110,7 @@ size_t WireAlignment(char typeCode) {
     }
 }
 
-size_t FixedWireSize(char typeCode) {
+uint64_t FixedWireSize(char typeCode) {
     switch (typeCode) {
         case 'y': return 1;
         case 'n': case 'q': return 2;
@@ -115,9 +125,9 @@ bool HasFixedWireSize(const GVariantType* type) {
     return typeString.find_first_of("sogav") == std::string::npos;
 }
 
-size_t WireEnd(GVariant* value, size_t offset);
+uint64_t WireEnd(GVariant* value, uint64_t offset);
 
-size_t ChildrenWireEnd(GVariant* value, size_t offset) {
+uint64_t ChildrenWireEnd(GVariant* value, uint64_t offset) {
     const gsize count = g_variant_n_children(value);
     for (gsize i = 0; i < count; ++i) {
         GVariant* child = g_variant_get_child_value(value, i);
@@ -127,20 +137,20 @@ size_t ChildrenWireEnd(GVariant* value, size_t offset) {
     return offset;
 }
 
-size_t ArrayWireEnd(GVariant* value, size_t offset) {
+uint64_t ArrayWireEnd(GVariant* value, uint64_t offset) {
     const GVariantType* elementType = g_variant_type_element(g_variant_get_type(value));
     offset = AlignUp(AlignUp(offset, 4) + 4, WireAlignment(*g_variant_type_peek_string(elementType)));
     const gsize count = g_variant_n_children(value);
     if (count == 0 || !HasFixedWireSize(elementType)) return ChildrenWireEnd(value, offset);
     GVariant* first = g_variant_get_child_value(value, 0);
-    const size_t elementSize = WireEnd(first, 0);
+    const uint64_t elementSize = WireEnd(first, 0);
     g_variant_unref(first);
-    const size_t stride = AlignUp(elementSize, WireAlignment(*g_variant_type_peek_string(elementType)));
+    const uint64_t stride = AlignUp(elementSize, WireAlignment(*g_variant_type_peek_string(elementType)));
     return offset + (count - 1) * stride + elementSize;
 }
 
 // The offset just after `value` when it is marshalled at `offset`.
-size_t WireEnd(GVariant* value, size_t offset) {
+uint64_t WireEnd(GVariant* value, uint64_t offset) {
     const char typeCode = *g_variant_get_type_string(value);
     gsize length = 0;
     switch (typeCode) {
@@ -152,7 +162,7 @@ size_t WireEnd(GVariant* value, size_t offset) {
             return offset + 1 + length + 1;
         case 'v': {
             GVariant* inner = g_variant_get_variant(value);
-            const size_t end = WireEnd(inner, offset + 1 + std::strlen(g_variant_get_type_string(inner)) + 1);
+            const uint64_t end = WireEnd(inner, offset + 1 + std::strlen(g_variant_get_type_string(inner)) + 1);
             g_variant_unref(inner);
             return end;
         }
@@ -168,10 +178,10 @@ size_t WireEnd(GVariant* value, size_t offset) {
 // Fixed header (16 bytes) and its fields, each aligned to 8: a text field
 // takes 4 bytes of code and signature, then a string; the reply serial 8;
 // the body signature 4 bytes, then a signature.
-size_t HeaderWireSize(GVariant* body, std::initializer_list<const char*> headerTexts) {
-    size_t size = 16 + 8;
+uint64_t HeaderWireSize(GVariant* body, std::initializer_list<const char*> headerTexts) {
+    uint64_t size = 16 + 8;
     for (const char* text : headerTexts) size += AlignUp(4 + 4 + std::strlen(text ? text : "") + 1, 8);
-    const size_t signatureLength = std::strlen(g_variant_get_type_string(body)) - 2;  // without "(" and ")"
+    const uint64_t signatureLength = std::strlen(g_variant_get_type_string(body)) - 2;  // without "(" and ")"
     return size + AlignUp(4 + 1 + signatureLength + 1, 8);
 }
 
@@ -214,6 +224,13 @@ GVariant* MakeMsgOutputResponseToParams(const TermsDbusMessage& msg) {
     return MakeTuple(msg, HasPayload(msg) ? WrapPayload(msg) : MakePlaceholder());
 }
 
+GVariant* MakeOwnedResponseToParams(TermsDbusMessage& msg) {
+    if (!HasPayload(msg)) return MakeTuple(msg, MakePlaceholder());
+    GVariant* payload = WrapBytes(msg.buffer, msg.buffer_size, ReleaseBuffer);
+    msg.buffer = nullptr;
+    return MakeTuple(msg, payload);
+}
+
 GVariant* MakeFailResponseToParams() {
     TermsDbusMessage fail = {};
     fail.message = const_cast<char*>(kFailMessage);
@@ -230,14 +247,15 @@ std::string GetObjectPath(std::string name) {
     return path;
 }
 
-size_t GetWireSize(GVariant* body, std::initializer_list<const char*> headerTexts) {
+uint64_t GetWireSize(GVariant* body, std::initializer_list<const char*> headerTexts) {
     return HeaderWireSize(body, headerTexts) + WireEnd(body, 0);
 }
 
 bool FitsInBusMessage(GVariant* body, std::initializer_list<const char*> headerTexts) {
-    const size_t size = GetWireSize(body, headerTexts);
+    const uint64_t size = GetWireSize(body, headerTexts);
     if (size <= kMaxBusMessageSize) return true;
-    TLOG_ERROR("message of %zu bytes exceeds the bus limit of %zu bytes, not sent", size, kMaxBusMessageSize);
+    TLOG_ERROR("message of %llu bytes exceeds the bus limit of %llu bytes, not sent",
+               static_cast<unsigned long long>(size), static_cast<unsigned long long>(kMaxBusMessageSize));
     return false;
 }
 

@@ -18,6 +18,7 @@
 #include <gio/gio.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <initializer_list>
 #include <string>
 
@@ -30,7 +31,7 @@ namespace TermsDbusUtil {
 // sends a larger one, so nothing larger is ever sent. An "a(y)" payload costs
 // 8 wire bytes per byte (each one-byte struct is aligned to 8), which puts the
 // payload ceiling a little under 4 MiB.
-constexpr size_t kMaxBusMessageSize = 32u * 1024u * 1024u;
+constexpr uint64_t kMaxBusMessageSize = 32u * 1024u * 1024u;
 
 // Received tuple to record. False only for a null params; a tuple of another
 // shape fills nothing and still yields true.
@@ -41,6 +42,10 @@ bool MakeParamsToMsgInput(std::string methodName, GVariant* params, TermsDbusMes
 // Builders: new floating values for the GDBus call that sends them.
 GVariant* MakeMsgInputToParams(std::string& methodName, const TermsDbusMessage& msg);
 GVariant* MakeMsgOutputResponseToParams(const TermsDbusMessage& msg);
+// A reply that takes the record's payload over: the value releases it (array
+// delete) when GDBus lets the reply go, and the record's buffer is nulled.
+// GDBus may still read a reply's body after the call that returns it.
+GVariant* MakeOwnedResponseToParams(TermsDbusMessage& msg);
 GVariant* MakeFailResponseToParams();
 GVariant* MakeSignalDataToParams(const TermsDbusMessage& msg);
 
@@ -50,7 +55,7 @@ std::string GetObjectPath(std::string name);
 // Size on the wire of a message with this body whose header carries the given
 // texts (path, interface, member, destination, sender: whichever it has), a
 // reply serial and the body's signature.
-size_t GetWireSize(GVariant* body, std::initializer_list<const char*> headerTexts);
+uint64_t GetWireSize(GVariant* body, std::initializer_list<const char*> headerTexts);
 // GetWireSize within kMaxBusMessageSize; logs the refusal otherwise.
 bool FitsInBusMessage(GVariant* body, std::initializer_list<const char*> headerTexts);
 

@@ -50,33 +50,49 @@ public:
     CTermsProxyGuard(const CTermsProxyGuard&) = delete;
     CTermsProxyGuard& operator=(const CTermsProxyGuard&) = delete;
 
-    bool OpenProxy() {
+    void OpenProxy() {
         if (m_rServer) m_bProxyOpen = m_rServer->CreateDBusProxy();
-        return m_bProxyOpen;
     }
+    bool IsProxyOpen() const { return m_bProxyOpen; }
 
 private:
     Corvane::TCServer*& m_rServer;
     bool m_bProxyOpen = false;
 };
 
-// The exchange of every request: a fresh connection, one request, a reply
-// awaited without a time limit. The request is sent even when the proxy could
-// not be opened; only the framework's verdict counts.
-bool m_SendTermsRequest(const Corvane::TCMessage& request, Corvane::TCMessage& reply) {
-    Corvane::TCServer* server = new Corvane::TCServer(kClientName, kClientServerType);
-    CTermsProxyGuard guard(server);
-    guard.OpenProxy();
-    return server->SendMessage(kTermsClientBusName, &request, true, &reply, kNoTimeLimit);
-}
+// The connection of one request. A request method makes it before its
+// messages, so the server exists and its proxy is open before the request is
+// built, and the guard closes and deletes it after the messages are gone, on
+// every way out.
+class CTermsExchange {
+public:
+    CTermsExchange() : m_pServer(new Corvane::TCServer(kClientName, kClientServerType)), m_Guard(m_pServer) {
+        m_Guard.OpenProxy();
+    }
+    CTermsExchange(const CTermsExchange&) = delete;
+    CTermsExchange& operator=(const CTermsExchange&) = delete;
+
+    bool IsProxyOpen() const { return m_Guard.IsProxyOpen(); }
+
+    // Sends the request and waits for the reply without a time limit. The
+    // request goes out even when the proxy could not be opened; only the
+    // framework's verdict counts.
+    bool m_SendTermsRequest(const Corvane::TCMessage& request, Corvane::TCMessage& reply) {
+        return m_pServer->SendMessage(kTermsClientBusName, &request, true, &reply, kNoTimeLimit);
+    }
+
+private:
+    Corvane::TCServer* m_pServer;
+    CTermsProxyGuard m_Guard;
+};
 
 // "result" of a reply, looked up with the inserting subscript: missing reads as false.
 bool ReadResult(Corvane::TCMessage& reply) { return reply.body["result"].asBool(); }
 
 // Sends the request and answers "sent and result".
-bool SendPlainRequest(const Corvane::TCMessage& request) {
+bool SendPlainRequest(CTermsExchange& exchange, const Corvane::TCMessage& request) {
     Corvane::TCMessage reply;
-    const bool sent = m_SendTermsRequest(request, reply);
+    const bool sent = exchange.m_SendTermsRequest(request, reply);
     return sent && ReadResult(reply);
 }
 
@@ -90,20 +106,22 @@ void SetMethodWithData(Corvane::TCMessage& request, const char* method) {
 // The header data of the disclaimer screens; a null value when the request
 // could not be sent.
 Json::Value RequestHeaderData(const char* method) {
+    CTermsExchange exchange;
     Corvane::TCMessage request;
     Corvane::TCMessage reply;
     SetMethodWithData(request, method);
-    m_SendTermsRequest(request, reply);
+    exchange.m_SendTermsRequest(request, reply);
     return reply.body["headerData"];
 }
 
 // The service's own checks. The outputs are written whenever the request was
 // sent, also when "result" is false, and left untouched when it was not.
 bool SendDravikRequest(const char* method, int& errorCode, int& errorReason, std::string* errorMessage) {
+    CTermsExchange exchange;
     Corvane::TCMessage request;
     Corvane::TCMessage reply;
     SetMethod(request, method);
-    if (!m_SendTermsRequest(request, reply)) return false;
+    if (!exchange.m_SendTermsRequest(request, reply)) return false;
     const bool result = ReadResult(reply);
     errorCode = reply.body["errorcode"].asInt();
     errorReason = reply.body["errorreason"].asInt();
@@ -175,23 +193,24 @@ void ReadDisclaimerMembers(const Json::Value& disclaimer, Item& item, const Memb
 enum class DetailsTextLog { Silent, Logged };
 
 // Cuts the record's details text into sections when it is a JSON array of
-// {"title", "data"} objects, appending title and data of each element.
-void AppendDetailSections(Item& item, DetailsTextLog detailsLog) {
+// {"title", "data"} objects, appending title and data of each element. Its
+// lines name `function`, the request it works for.
+void AppendDetailSections(Item& item, DetailsTextLog detailsLog, const char* function) {
     const std::string details = item.strDetails;
     Json::Value root;
     const bool parsed = terms::ParseJsonText(details, root);
-    if (detailsLog == DetailsTextLog::Logged) TLOG_TRACE("datailData=%s", details.c_str());
+    if (detailsLog == DetailsTextLog::Logged) TLOG_TRACE_FOR(function, "datailData=%s", details.c_str());
     if (!parsed) {
-        TLOG_TRACE("<<WARN: NOT JSON TYPE MESSAGE>>");
+        TLOG_TRACE_FOR(function, "<<WARN: NOT JSON TYPE MESSAGE>>");
         return;
     }
     if (!root.isArray()) return;
-    TLOG_TRACE("It is new RULE");
+    TLOG_TRACE_FOR(function, "It is new RULE");
     for (Json::ArrayIndex i = 0; i < root.size(); ++i) {
         const Json::Value& section = root[i];
         std::string title = section["title"].asString();
         std::string data = section["data"].asString();
-        TLOG_WARN("push back");
+        TLOG_WARN_FOR(function, "push back");
         item.vecDetailData.push_back(std::move(title));
         item.vecDetailData.push_back(std::move(data));
     }
@@ -202,109 +221,111 @@ void GetDisclaimerInfo(const Corvane::TCMessage& reply, Item& item) {
     if (reply.body.empty()) return;
     ReadDisclaimerMembers(reply.body, item, kDetailMembers);
     TLOG_TRACE("id %s", item.strItemId.c_str());
-    AppendDetailSections(item, DetailsTextLog::Silent);
+    AppendDetailSections(item, DetailsTextLog::Silent, __func__);
 }
 
 // Sends a single-disclaimer request; 0 with the record filled, or -1 with it untouched.
-int FetchDisclaimer(const Corvane::TCMessage& request, Item& item) {
+int FetchDisclaimer(CTermsExchange& exchange, const Corvane::TCMessage& request, Item& item) {
     Corvane::TCMessage reply;
-    const bool sent = m_SendTermsRequest(request, reply);
+    const bool sent = exchange.m_SendTermsRequest(request, reply);
     if (!sent || !ReadResult(reply)) return -1;
     GetDisclaimerInfo(reply, item);
     return 0;
 }
 
 // ---- Agreement cache ----
+// The cache readers and the service question log on behalf of the public
+// query that calls them: `function` names it.
 
-bool IsItemInAgreementCache(const std::string& itemId) {
+bool IsItemInAgreementCache(const std::string& itemId, const char* function) {
     try {
-        TLOG_WARN("requested ID %s", itemId.c_str());
+        TLOG_WARN_FOR(function, "requested ID %s", itemId.c_str());
         const std::optional<std::string> saved = terms::ReadStoreText(kAgreementCacheKey);
         if (!saved) {
-            TLOG_WARN("vconf get str failed");
+            TLOG_WARN_FOR(function, "vconf get str failed");
             return false;
         }
-        TLOG_INFO("Get vconf savedData: %s", saved->c_str());
+        TLOG_INFO_FOR(function, "Get vconf savedData: %s", saved->c_str());
         if (saved->empty()) {
-            TLOG_WARN("Empty Data");
+            TLOG_WARN_FOR(function, "Empty Data");
             return false;
         }
         Json::Value agreements;
         if (!terms::ParseJsonText(*saved, agreements)) {
             agreements = Json::Value();
-            TLOG_WARN("parser failed : \n %s", saved->c_str());
+            TLOG_WARN_FOR(function, "parser failed : \n %s", saved->c_str());
             return false;
         }
         if (agreements[itemId].empty()) {
-            TLOG_WARN("%s does not exist", itemId.c_str());
+            TLOG_WARN_FOR(function, "%s does not exist", itemId.c_str());
             return false;
         }
-        TLOG_WARN("%s  exist", itemId.c_str());
+        TLOG_WARN_FOR(function, "%s  exist", itemId.c_str());
         return true;
     } catch (const std::exception& e) {
-        TLOG_SYSTEM("Exception Handled by %s", e.what());
+        TLOG_SYSTEM_FOR(function, "Exception Handled by %s", e.what());
         return false;
     }
 }
 
-void ReadAgreementFromCache(const std::string& itemId, int* pIsAgreed) {
+void ReadAgreementFromCache(const std::string& itemId, int* pIsAgreed, const char* function) {
     try {
-        TLOG_WARN("requested ID %s", itemId.c_str());
+        TLOG_WARN_FOR(function, "requested ID %s", itemId.c_str());
         const std::optional<std::string> saved = terms::ReadStoreText(kAgreementCacheKey);
         if (!saved) {
-            TLOG_WARN("vconf get str failed, agreement = false");
+            TLOG_WARN_FOR(function, "vconf get str failed, agreement = false");
             *pIsAgreed = 0;
             return;
         }
-        TLOG_INFO("Get vconf savedData: %s", saved->c_str());
+        TLOG_INFO_FOR(function, "Get vconf savedData: %s", saved->c_str());
         if (saved->empty()) {
             *pIsAgreed = 0;
-            TLOG_WARN("Empty Data, agreement = false");
+            TLOG_WARN_FOR(function, "Empty Data, agreement = false");
             return;
         }
         Json::Value agreements;
         if (!terms::ParseJsonText(*saved, agreements)) {
             agreements = Json::Value();
             *pIsAgreed = 0;
-            TLOG_WARN("parser failed : \n %s , agreement = false", saved->c_str());
+            TLOG_WARN_FOR(function, "parser failed : \n %s , agreement = false", saved->c_str());
             return;
         }
         const Json::Value& agreement = agreements[itemId];
         if (!agreement.isString()) {
-            TLOG_WARN("%s is not string type", itemId.c_str());
+            TLOG_WARN_FOR(function, "%s is not string type", itemId.c_str());
             *pIsAgreed = 0;
             return;
         }
         const std::string text = agreement.asString();
         *pIsAgreed = text == "true" ? 1 : 0;
-        TLOG_INFO("agreement %s.", text.c_str());
+        TLOG_INFO_FOR(function, "agreement %s.", text.c_str());
     } catch (const std::exception& e) {
-        TLOG_SYSTEM("Exception Handled by %s", e.what());
+        TLOG_SYSTEM_FOR(function, "Exception Handled by %s", e.what());
     }
 }
 
 // Asks the service for an agreement over the "common_protocol" request. The
 // request is sent only when the proxy opened; the answer is only logged and
 // written, and the cache is read afterwards in any case.
-void AskServiceForAgreement(const std::string& itemId, int* pIsAgreed, const std::string& productType) {
-    Corvane::TCServer* server = new Corvane::TCServer(kClientName, kClientServerType);
-    CTermsProxyGuard guard(server);
-    if (guard.OpenProxy()) {
+void AskServiceForAgreement(const std::string& itemId, int* pIsAgreed, const std::string& productType,
+                            const char* function) {
+    CTermsExchange exchange;
+    if (exchange.IsProxyOpen()) {
         Corvane::TCMessage request;
         Corvane::TCMessage reply;
         request.protocol = "common_protocol";
         request.body["request_type"] = "get disclaimer agreement";
         request.body["product_type"] = productType;
         request.body["request_item"] = itemId;
-        server->SendMessage(kTermsClientBusName, &request, true, &reply, kNoTimeLimit);
+        exchange.m_SendTermsRequest(request, reply);
         if (ReadResult(reply)) {
             *pIsAgreed = reply.body["is_agreed"].asBool() ? 1 : 0;
         } else {
-            TLOG_NOTICE("disclaimer %s is not exist!", itemId.c_str());
+            TLOG_NOTICE_FOR(function, "disclaimer %s is not exist!", itemId.c_str());
             *pIsAgreed = 0;
         }
     }
-    TLOG_INFO("get value : %d", *pIsAgreed);
+    TLOG_INFO_FOR(function, "get value : %d", *pIsAgreed);
 }
 
 }  // namespace
@@ -332,8 +353,11 @@ CVerantiAPI* CVerantiAPI::GetInstanceUT() {
     if (g_bInitialised) return m_pInstance;
     g_mutex_lock(&g_InstanceMutex);
     if (!g_bInitialised) {
+        // Made before the flag is set, so a failed allocation leaves no flag
+        // without an instance; the flag is still stored before the pointer.
+        CVerantiAPI* instance = new CVerantiAPI();
         g_bInitialised = true;
-        m_pInstance = new CVerantiAPI();
+        m_pInstance = instance;
     }
     g_mutex_unlock(&g_InstanceMutex);
     return m_pInstance;
@@ -357,9 +381,10 @@ void CVerantiAPI::m_FinalProxy() {}
 
 bool CVerantiAPI::IsServiceAvailable() {
     TLOG_INFO("IsServiceAvailable");
+    CTermsExchange exchange;
     Corvane::TCMessage request;
     SetMethod(request, "is service available");
-    const bool available = SendPlainRequest(request);
+    const bool available = SendPlainRequest(exchange, request);
     TLOG_INFO("IsServiceAvailable result : %s", BoolText(available));
     return available;
 }
@@ -392,6 +417,7 @@ bool CVerantiAPI::DravikCheck(int& errorCode, int& errorReason, std::string& err
 
 bool CVerantiAPI::RequestDisclaimersRESTAPI(std::string requestFrom, std::string terms) {
     IsServiceAvailable();
+    CTermsExchange exchange;
     Corvane::TCMessage request;
     Corvane::TCMessage reply;
     SetMethodWithData(request, "request disclaimer api");
@@ -399,7 +425,7 @@ bool CVerantiAPI::RequestDisclaimersRESTAPI(std::string requestFrom, std::string
     request.body["terms"] = terms;
     request.body["request_from"] = requestFrom;
     TLOG_TRACE("");
-    if (!m_SendTermsRequest(request, reply)) return false;
+    if (!exchange.m_SendTermsRequest(request, reply)) return false;
     // "result" was looked up with the inserting subscript, so a received
     // reply is never empty here: the answer is "result".
     const bool result = ReadResult(reply);
@@ -409,60 +435,66 @@ bool CVerantiAPI::RequestDisclaimersRESTAPI(std::string requestFrom, std::string
 bool CVerantiAPI::RequestDisclaimerID(std::string productType, bool otherPage) {
     TLOG_INFO("");
     IsServiceAvailable();
+    CTermsExchange exchange;
     Corvane::TCMessage request;
     SetMethodWithData(request, "request disclaimerid");
     request.body["product_type"] = productType;
     request.body["request_from"] = "wizard-terms";
     request.body["other_page"] = otherPage;
-    return SendPlainRequest(request);
+    return SendPlainRequest(exchange, request);
 }
 
 bool CVerantiAPI::SetDisclaimersAgreement(Json::Value& agreements, bool, std::string productType) {
     TLOG_INFO("");
     IsServiceAvailable();
+    CTermsExchange exchange;
     Corvane::TCMessage request;
     // The caller's object becomes the request body; the caller is left with
     // the request's former, empty body.
     request.body.swap(agreements);
     request.body["product_type"] = productType;
     SetMethodWithData(request, "set agreements");
-    return SendPlainRequest(request);
+    return SendPlainRequest(exchange, request);
 }
 
 bool CVerantiAPI::SetCountryCode(const std::string& countryCode) {
     TLOG_INFO("");
     IsServiceAvailable();
+    CTermsExchange exchange;
     Corvane::TCMessage request;
     SetMethodWithData(request, "set country code");
     request.body["country_code"] = countryCode;
-    return SendPlainRequest(request);
+    return SendPlainRequest(exchange, request);
 }
 
 bool CVerantiAPI::RequestUpdateDisclaimers(std::string productType) {
     TLOG_INFO("");
     IsServiceAvailable();
+    CTermsExchange exchange;
     Corvane::TCMessage request;
     SetMethodWithData(request, "request update disclaimers");
     request.body["product_type"] = productType;
     request.body["request_from"] = "wizard-terms";
-    return SendPlainRequest(request);
+    return SendPlainRequest(exchange, request);
 }
 
 bool CVerantiAPI::RequestCountryCodeList() {
     TLOG_INFO("");
     IsServiceAvailable();
+    CTermsExchange exchange;
     Corvane::TCMessage request;
     SetMethodWithData(request, "request country code list");
-    return SendPlainRequest(request);
+    return SendPlainRequest(exchange, request);
 }
 
 bool CVerantiAPI::CloneData(std::string src, std::string dest, bool toUsb) {
     IsServiceAvailable();
+    CTermsExchange exchange;
     Corvane::TCMessage request;
     SetMethodWithData(request, toUsb ? "Copy Clone Data TV to USB" : "Copy Clone Data USB to TV");
     request.body["src"] = src;
     request.body["dest"] = dest;
-    return SendPlainRequest(request);
+    return SendPlainRequest(exchange, request);
 }
 
 bool CVerantiAPI::CopyCloneDataUSBtoTV(std::string src, std::string dest) {
@@ -479,21 +511,23 @@ bool CVerantiAPI::RequestResetNimbra() {
     TLOG_INFO("");
     IsServiceAvailable();
     TLOG_INFO("RequestResetNimbra called");
+    CTermsExchange exchange;
     Corvane::TCMessage request;
     SetMethodWithData(request, "request reset nimbra");
-    return SendPlainRequest(request);
+    return SendPlainRequest(exchange, request);
 }
 
 int CVerantiAPI::GetDisclaimerNum(EHomeDisclaimerRequester requester, std::string productType) {
     TLOG_INFO("GetDisclaimerNum called with requester: %d", static_cast<int>(requester));
     IsServiceAvailable();
+    CTermsExchange exchange;
     Corvane::TCMessage request;
     Corvane::TCMessage reply;
     SetMethodWithData(request, "get disclaimer number");
     request.body["product_type"] = productType;
     request.body["requester"] = static_cast<int>(requester);
     int number = 0;
-    if (m_SendTermsRequest(request, reply) && ReadResult(reply)) number = reply.body["number"].asInt();
+    if (exchange.m_SendTermsRequest(request, reply) && ReadResult(reply)) number = reply.body["number"].asInt();
     TLOG_INFO("GetDisclaimerNum %d", number);
     return number;
 }
@@ -501,33 +535,36 @@ int CVerantiAPI::GetDisclaimerNum(EHomeDisclaimerRequester requester, std::strin
 bool CVerantiAPI::SetAllDisclaimerItemAgreement(int agreed, std::string productType) {
     TLOG_INFO("Model %s try to set all agreement to %s.", productType.c_str(), BoolText(agreed != 0));
     IsServiceAvailable();
+    CTermsExchange exchange;
     Corvane::TCMessage request;
     SetMethod(request, "set all agreement");
     request.body["product_type"] = productType;
     request.body["is_agreed"] = agreed != 0;
-    return SendPlainRequest(request);
+    return SendPlainRequest(exchange, request);
 }
 
 bool CVerantiAPI::SetRevisedTermAgreement(std::string item, bool agreed, std::string productType) {
     TLOG_INFO("SetRevisedTermAgreement called");
     IsServiceAvailable();
+    CTermsExchange exchange;
     Corvane::TCMessage request;
     SetMethod(request, "set one agreement");
     request.body["product_type"] = productType;
     request.body["request_item"] = item;
     request.body["is_agreed"] = agreed;
-    return SendPlainRequest(request);
+    return SendPlainRequest(exchange, request);
 }
 
 bool CVerantiAPI::SetDisclaimerItemAgreement(const std::string& item, const int& agreed, std::string productType) {
     IsServiceAvailable();
     TLOG_INFO("Model %s try to set %s agreement to %s.", productType.c_str(), item.c_str(), BoolText(agreed != 0));
+    CTermsExchange exchange;
     Corvane::TCMessage request;
     SetMethod(request, "set one agreement");
     request.body["request_item"] = item;
     request.body["product_type"] = productType;
     request.body["is_agreed"] = agreed != 0;
-    return SendPlainRequest(request);
+    return SendPlainRequest(exchange, request);
 }
 
 // ---- Disclaimer content ----
@@ -561,12 +598,13 @@ bool CVerantiAPI::GetRevisedDisclaimers(std::vector<STHomeDisclaimerContentItem*
                                         std::string strProductType, std::string strTerms) {
     TLOG_INFO("GetRevisedDisclaimers called");
     IsServiceAvailable();
+    CTermsExchange exchange;
     Corvane::TCMessage request;
     Corvane::TCMessage reply;
     SetMethodWithData(request, "get revised disclaimers");
     request.body["product_type"] = strProductType;
     request.body["terms"] = strTerms;
-    if (!m_SendTermsRequest(request, reply) || !ReadResult(reply)) return false;
+    if (!exchange.m_SendTermsRequest(request, reply) || !ReadResult(reply)) return false;
 
     const Json::Value disclaimers = reply.body["disclaimers"];
     const Json::ArrayIndex count = disclaimers.size();
@@ -574,7 +612,7 @@ bool CVerantiAPI::GetRevisedDisclaimers(std::vector<STHomeDisclaimerContentItem*
         auto item = std::make_unique<STHomeDisclaimerContentItem>();
         ReadDisclaimerMembers(disclaimers[i], *item, kRevisedMembers);
         TLOG_WARN("id %s", item->strItemId.c_str());
-        AppendDetailSections(*item, DetailsTextLog::Logged);
+        AppendDetailSections(*item, DetailsTextLog::Logged, __func__);
         vecItems.push_back(item.get());
         item.release();
     }
@@ -585,23 +623,25 @@ int CVerantiAPI::GetDisclaimerDetail(STHomeDisclaimerContentItem& item, int inde
                                      EHomeDisclaimerRequester requester, std::string strProductType) {
     TLOG_INFO("GetDisclaimerDetail called for index: %d and requester: %d", index, static_cast<int>(requester));
     IsServiceAvailable();
+    CTermsExchange exchange;
     Corvane::TCMessage request;
     SetMethodWithData(request, "get disclaimer by order");
     request.body["product_type"] = strProductType;
     request.body["requester"] = static_cast<int>(requester);
     request.body["request_index"] = index;
-    return FetchDisclaimer(request, item);
+    return FetchDisclaimer(exchange, request, item);
 }
 
 int CVerantiAPI::GetDisclaimerDetail(const std::string& strItemId, STHomeDisclaimerContentItem& item,
                                      std::string strProductType) {
     TLOG_INFO("GetDisclaimerDetail called for itemId: %s %s", strItemId.c_str(), strProductType.c_str());
     IsServiceAvailable();
+    CTermsExchange exchange;
     Corvane::TCMessage request;
     SetMethodWithData(request, "get disclaimer by term id");
     request.body["product_type"] = strProductType;
     request.body["request_item"] = strItemId;
-    return FetchDisclaimer(request, item);
+    return FetchDisclaimer(exchange, request, item);
 }
 
 int CVerantiAPI::GetDisclaimerDetails(std::vector<STHomeDisclaimerContentItem*>& vecItems,
@@ -627,24 +667,25 @@ int CVerantiAPI::GetDisclaimerDetails(std::vector<STHomeDisclaimerContentItem*>&
 // ---- Agreements and stored terms data ----
 
 bool CVerantiAPI::IsDisclaimerItemExist(const std::string& strItemId, std::string productType) {
-    if (productType == kProductTypeTV) return IsItemInAgreementCache(strItemId);
+    if (productType == kProductTypeTV) return IsItemInAgreementCache(strItemId, __func__);
     IsServiceAvailable();
     TLOG_INFO("IsDisclaimerItemExist called for strItemId: %s", strItemId.c_str());
+    CTermsExchange exchange;
     Corvane::TCMessage request;
     SetMethodWithData(request, "get disclaimer by term id");
     request.body["product_type"] = productType;
     request.body["request_item"] = strItemId;
-    return SendPlainRequest(request);
+    return SendPlainRequest(exchange, request);
 }
 
 int CVerantiAPI::GetDisclaimerItemAgreement(const std::string& strItemId, int* pIsAgreed,
                                             std::string productType) {
     if (productType != kProductTypeTV) {
         IsServiceAvailable();
-        AskServiceForAgreement(strItemId, pIsAgreed, productType);
+        AskServiceForAgreement(strItemId, pIsAgreed, productType, __func__);
     }
     // The cache has the last word for every product type.
-    ReadAgreementFromCache(strItemId, pIsAgreed);
+    ReadAgreementFromCache(strItemId, pIsAgreed, __func__);
     return 0;
 }
 
@@ -682,7 +723,7 @@ CVerantiAPI::CErrorDescriptor CVerantiAPI::CErrorDescriptor::FromString(std::str
     return descriptor;
 }
 
-std::string CVerantiAPI::CErrorDescriptor::ToString() const {
+std::string CVerantiAPI::CErrorDescriptor::ToString() {
     Json::Value value(Json::objectValue);
     value["error_code"] = m_ErrorCode;
     value["error_reason"] = m_ErrorReason;

@@ -20,8 +20,9 @@ while IFS= read -r hit; do
 done < <(perl -0777 -ne '
   my %literal;
   while (/^#define\s+(\w+)\s+"/mg) { $literal{$1} = 1; }
-  while (/\b((?:TLOG_\w+|BRIDGE_LOG))\(\s*([^\s)])(\w*)/g) {
-    my ($macro, $first, $rest) = ($1, $2, $3);
+  # The _FOR forms take the function name first and the format second.
+  while (/\b((?:TLOG_\w+?|BRIDGE_LOG))(_FOR)?\(\s*(?(2)[^,]+,\s*)([^\s)])(\w*)/g) {
+    my ($macro, $first, $rest) = ($1, $3, $4);
     next if $first eq q(") or $literal{$first . $rest};
     next if $macro =~ /^TLOG_(?:COLOUR|WRITE)/;   # the definitions of the macros
     my $line = substr($_, 0, pos($_)) =~ tr/\n//;

@@ -75,4 +75,32 @@ TEST_F(TheServerRegistry, RefusesEveryNullNameWithTheNullReport) {
     EXPECT_NE(g_DbusServer, nullptr);
 }
 
+// GDBus meets a malformed name with a critical, which G_DEBUG=fatal-criticals
+// turns into an abort; the toolkit refuses such names before GDBus sees them.
+TEST(AToolkitServer, RefusesNamesThatDBusRejectsWithoutAGLibCritical) {
+    int criticals = 0;
+    const guint handler = g_log_set_handler(
+        "GLib-GIO", G_LOG_LEVEL_CRITICAL,
+        [](const gchar*, GLogLevelFlags, const gchar*, gpointer count) { ++*static_cast<int*>(count); }, &criticals);
+    TermsDbusMessage msg = MakeRequest("t"), reply{};
+
+    ASSERT_EQ(InitiateTermsDbusServer(kHandle), 1);
+    EXPECT_EQ(CreateTermsDbusServer("test.not-a-path"), 0) << "a bus name, but no object path";
+    EXPECT_EQ(SendTermsDbusSignal(kHandle, "Notice", &msg), 0);
+    EXPECT_EQ(CloseTermsDbusServer(kHandle), 1);
+
+    ASSERT_EQ(InitiateTermsDbusServer(kHandle), 1);
+    EXPECT_EQ(CreateTermsDbusServer("not a bus name"), 0);
+    EXPECT_EQ(CloseTermsDbusServer(kHandle), 1);
+
+    InProcessServer server{kBusName};
+    ASSERT_TRUE(server.up);
+    EXPECT_EQ(SendTermsDbusSignal(kHandle, "not a member", &msg), 0);
+    EXPECT_EQ(SendTermsDbusSyncMessage(kHandle, "no-dots", &msg, &reply, 1000), 0);
+    EXPECT_EQ(SendTermsDbusSignal(kHandle, "Notice", &msg), 1) << "still serving";
+
+    g_log_remove_handler("GLib-GIO", handler);
+    EXPECT_EQ(criticals, 0);
+}
+
 }  // namespace

@@ -12,6 +12,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ROOT=$(pwd)
+source "$ROOT/scripts/private-bus.sh"
 
 SMOKE=no
 case "${1:-}" in
@@ -28,18 +29,6 @@ fail() {
 
 WORK=""
 STARTED=()
-
-# Stops one process that this script started: SIGTERM, then SIGKILL after 5 s.
-stop_process() {
-  local pid=$1
-  kill -TERM "$pid" 2>/dev/null || return 0
-  for _ in $(seq 50); do
-    kill -0 "$pid" 2>/dev/null || break
-    sleep 0.1
-  done
-  kill -KILL "$pid" 2>/dev/null || true
-  wait "$pid" 2>/dev/null || true
-}
 
 cleanup() {
   local status=$?
@@ -82,34 +71,8 @@ export DLOG_OUTPUT=none
 
 # ---- The private bus ----
 
-# Any connection may own any name and send to any other; the daemon's own
-# limits (32 MiB per message) apply.
-cat >"$WORK/bus.conf" <<EOF
-<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>system</type>
-  <listen>unix:dir=$WORK</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/>
-    <allow own="*"/>
-    <allow send_destination="*" eavesdrop="true"/>
-    <allow receive_sender="*"/>
-    <allow eavesdrop="true"/>
-  </policy>
-</busconfig>
-EOF
-dbus-daemon --config-file="$WORK/bus.conf" --nofork --nopidfile --print-address=3 3>"$WORK/bus.address" \
-  2>"$WORK/bus.log" &
-STARTED+=($!)
-for _ in $(seq 50); do
-  [ -s "$WORK/bus.address" ] && break
-  sleep 0.1
-done
-[ -s "$WORK/bus.address" ] || fail "dbus-daemon did not start (is the dbus package installed?)"
-DBUS_SYSTEM_BUS_ADDRESS=$(head -n 1 "$WORK/bus.address")
-export DBUS_SYSTEM_BUS_ADDRESS
+start_private_bus "$WORK" || fail "dbus-daemon did not start (is the dbus package installed?)"
+STARTED+=("$PRIVATE_BUS_PID")
 
 # Waits until the terms-client bus name has an owner (pid of the owner to watch).
 wait_for_service() {

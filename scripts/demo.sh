@@ -7,6 +7,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ROOT=$(pwd)
+source "$ROOT/scripts/private-bus.sh"
 BUILD="$ROOT/build/demo"
 CATALOGUE="$ROOT/data/catalogue.json"
 
@@ -26,18 +27,6 @@ fail() {
 WORK=""
 BUS_PID=""
 SIM_PID=""
-
-# Stops one process that the demo started: SIGTERM, then SIGKILL after 5 s.
-stop_process() {
-  local pid=$1
-  kill -TERM "$pid" 2>/dev/null || return 0
-  for _ in $(seq 50); do
-    kill -0 "$pid" 2>/dev/null || break
-    sleep 0.1
-  done
-  kill -KILL "$pid" 2>/dev/null || true
-  wait "$pid" 2>/dev/null || true
-}
 
 cleanup() {
   local status=$?
@@ -73,34 +62,8 @@ WORK=$(mktemp -d /tmp/veranti-demo-XXXXXX)
 export VCONF_ROOT="$WORK/store"
 
 heading "Starting a private D-Bus daemon"
-# Any connection may own any name and send to any other.
-cat >"$WORK/bus.conf" <<EOF
-<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>system</type>
-  <listen>unix:dir=$WORK</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/>
-    <allow own="*"/>
-    <allow send_destination="*" eavesdrop="true"/>
-    <allow receive_sender="*"/>
-    <allow eavesdrop="true"/>
-  </policy>
-</busconfig>
-EOF
-dbus-daemon --config-file="$WORK/bus.conf" --nofork --nopidfile --print-address=3 3>"$WORK/bus.address" \
-  2>"$WORK/bus.log" &
-BUS_PID=$!
-for _ in $(seq 50); do
-  [ -s "$WORK/bus.address" ] && break
-  kill -0 "$BUS_PID" 2>/dev/null || fail "dbus-daemon did not start"
-  sleep 0.1
-done
-[ -s "$WORK/bus.address" ] || fail "dbus-daemon did not print its address"
-DBUS_SYSTEM_BUS_ADDRESS=$(head -n 1 "$WORK/bus.address")
-export DBUS_SYSTEM_BUS_ADDRESS
+start_private_bus "$WORK" || fail "dbus-daemon did not start (see $WORK/bus.log)"
+BUS_PID=$PRIVATE_BUS_PID
 echo "Bus at $DBUS_SYSTEM_BUS_ADDRESS"
 
 heading "Starting the simulated terms-client service"

@@ -3,7 +3,7 @@
 # runs the whole suite, builds consumers against an installed copy, runs the
 # suite again with AddressSanitizer (LeakSanitizer included) and
 # UndefinedBehaviorSanitizer, then the bounded reliability checks: fuzzers,
-# the ThreadSanitizer build and the soak run.
+# the ThreadSanitizer build and the soak run; last, every benchmark once.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -28,3 +28,6 @@ run_suite build/ci-asan -DCMAKE_BUILD_TYPE=Debug -DASAN=ON -DUBSAN=ON
 
 echo "== Reliability: fuzzers, ThreadSanitizer, soak =="
 ./scripts/reliability.sh fuzz tsan soak
+
+echo "== Benchmarks: built, and each run once (no time is judged) =="
+./scripts/bench.sh --smoke

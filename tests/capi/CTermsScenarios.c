@@ -1,134 +1,88 @@
-/* A C caller of the terms interface: every record the library hands over is
- * checked here, field by field, as C sees it. */
+/* A C caller of the terms interface, checking what it is handed as C sees it. */
 #include "CTermsScenarios.h"
 
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
-#include "SampleDisclaimer.h"
+static int failures, calls, listed;
 
-typedef struct {
-    int calls;
-    int failures;
-    const char* const* ids;
-    int count;
-} Outcome;
-
-static void check(int* failures, int ok, const char* what, const char* file, int line) {
-    if (ok) return;
-    fprintf(stderr, "%s:%d: check failed: %s\n", file, line, what);
-    ++*failures;
-}
+#define CHECK(condition) \
+    ((condition) ? (void)0 : (void)(fprintf(stderr, "CTermsScenarios.c:%d: %s\n", __LINE__, #condition), ++failures))
 
 /* A null `expected` means that the text must be null. */
-static void check_text(int* failures, const char* actual, const char* expected, const char* what, const char* file,
-                       int line) {
-    const int same = expected == NULL ? actual == NULL : actual != NULL && strcmp(actual, expected) == 0;
-    if (same) return;
-    fprintf(stderr, "%s:%d: %s is \"%s\", expected \"%s\"\n", file, line, what, actual ? actual : "(null)",
-            expected ? expected : "(null)");
-    ++*failures;
-}
-
-#define CHECK(failures, condition) check((failures), (condition) != 0, #condition, __FILE__, __LINE__)
-#define CHECK_TEXT(failures, actual, expected) check_text((failures), (actual), (expected), #actual, __FILE__, __LINE__)
-
-static void check_sample(const TermsContentItem* item, int* failures) {
-    CHECK_TEXT(failures, item->strItemId, SAMPLE_ID);
-    CHECK(failures, item->nOrder == SAMPLE_ORDER);
-    CHECK_TEXT(failures, item->strVersion, SAMPLE_VERSION);
-    CHECK_TEXT(failures, item->strTitle, SAMPLE_TITLE);
-    CHECK_TEXT(failures, item->strIntro, SAMPLE_INTRO);
-    CHECK_TEXT(failures, item->strDetails, SAMPLE_DETAILS);
-    CHECK_TEXT(failures, item->strButton1, SAMPLE_BUTTON1);
-    CHECK_TEXT(failures, item->strButton2, SAMPLE_BUTTON2);
-    CHECK_TEXT(failures, item->strButton3, SAMPLE_BUTTON3);
-    CHECK_TEXT(failures, item->strButton4, SAMPLE_BUTTON4);
-    CHECK_TEXT(failures, item->strButton5, SAMPLE_BUTTON5);
-    CHECK_TEXT(failures, item->strButton6, SAMPLE_BUTTON6);
-    CHECK_TEXT(failures, item->strButton7, SAMPLE_BUTTON7);
-    CHECK_TEXT(failures, item->strButton8, SAMPLE_BUTTON8);
-    CHECK_TEXT(failures, item->strButton9, NULL);
-    CHECK_TEXT(failures, item->strButton10, NULL);
-    CHECK(failures, item->bIsAgreed == SAMPLE_IS_AGREED);
-    CHECK(failures, item->bOnlyNotice == SAMPLE_ONLY_NOTICE);
-    CHECK_TEXT(failures, item->strAgreeDependency, SAMPLE_AGREE_DEPENDENCY);
-    CHECK(failures, item->bPPUsed == SAMPLE_PP_USED);
-    CHECK(failures, item->bReverse == SAMPLE_REVERSE);
-    CHECK(failures, item->nDetailDataCount == SAMPLE_DETAIL_ENTRIES);
-    if (item->nDetailDataCount != SAMPLE_DETAIL_ENTRIES) return;
-    CHECK_TEXT(failures, item->ppDetailData[0], SAMPLE_DETAIL_TITLE_0);
-    CHECK_TEXT(failures, item->ppDetailData[1], SAMPLE_DETAIL_DATA_0);
-    CHECK_TEXT(failures, item->ppDetailData[2], NULL);
-    CHECK_TEXT(failures, item->ppDetailData[3], SAMPLE_DETAIL_DATA_1);
+static void check_text(const char* actual, const char* expected) {
+    if (expected == NULL ? actual == NULL : actual != NULL && strcmp(actual, expected) == 0) return;
+    fprintf(stderr, "text \"%s\", expected \"%s\"\n", actual ? actual : "(null)", expected ? expected : "(null)");
+    ++failures;
 }
 
 static void on_sample(TermsContentItem* item, void* user_data) {
-    Outcome* outcome = (Outcome*)user_data;
-    ++outcome->calls;
-    CHECK(&outcome->failures, item != NULL);
-    if (item != NULL) check_sample(item, &outcome->failures);
+    ++calls;
+    CHECK(user_data == &calls);
+    const char* const texts[][2] = {
+        {item->strItemId, "privacy-notice"}, {item->strVersion, "3.1"}, {item->strTitle, "Privacy Notice"},
+        {item->strIntro, "How the set uses what you watch"},
+        {item->strDetails, "[{\"title\":\"Scope\",\"data\":\"Viewing history\"},{\"data\":\"Kept for one year\"}]"},
+        {item->strButton1, "Agree"}, {item->strButton2, "Disagree"}, {item->strButton3, "Details"},
+        {item->strButton4, "Back"}, {item->strButton5, "Next"}, {item->strButton6, "Later"},
+        {item->strButton7, "Help"}, {item->strButton8, "Close"}, {item->strButton9, NULL},
+        {item->strButton10, NULL}, {item->strAgreeDependency, "terms-of-use"}};
+    for (size_t i = 0; i < sizeof texts / sizeof texts[0]; ++i) check_text(texts[i][0], texts[i][1]);
+    /* Order, agreed, only notice, privacy policy used, reverse, detail entries. */
+    char numbers[80];
+    snprintf(numbers, sizeof numbers, "%d %d %d %d %d %d", item->nOrder, item->bIsAgreed, item->bOnlyNotice,
+             item->bPPUsed, item->bReverse, item->nDetailDataCount);
+    check_text(numbers, "7 1 0 1 0 4");
+    /* Two sections, the second without a title. */
+    const char* const details[] = {"Scope", "Viewing history", NULL, "Kept for one year"};
+    for (int i = 0; i < 4 && item->nDetailDataCount == 4; ++i) check_text(item->ppDetailData[i], details[i]);
 }
 
 static void on_list(TermsContentItem** items, int count, void* user_data) {
-    Outcome* outcome = (Outcome*)user_data;
-    int i;
-    ++outcome->calls;
-    CHECK(&outcome->failures, count == outcome->count);
-    for (i = 0; i < count && i < outcome->count; ++i) {
-        CHECK_TEXT(&outcome->failures, items[i]->strItemId, outcome->ids[i]);
-        CHECK(&outcome->failures, items[i]->nOrder == i);
+    ++calls;
+    CHECK(user_data == &calls);
+    CHECK(count == listed);
+    for (int i = 0; i < count && i < listed; ++i) {
+        char id[32];
+        snprintf(id, sizeof id, "disclaimer-%d", i);
+        check_text(items[i]->strItemId, id);
+        CHECK(items[i]->nOrder == i);
     }
 }
 
-int scenario_sample_detail(void) {
-    Outcome outcome = {0, 0, NULL, 0};
-    GetDisclaimerDetail(SAMPLE_ID, on_sample, &outcome);
-    CHECK(&outcome.failures, outcome.calls == 1);
-    return outcome.failures;
-}
-
-int scenario_no_detail(const char* id) {
-    Outcome outcome = {0, 0, NULL, 0};
-    GetDisclaimerDetail(id, on_sample, &outcome);
-    CHECK(&outcome.failures, outcome.calls == 0);
-    return outcome.failures;
-}
-
-int scenario_all_details(TermsRequester requester, const char* const* ids, int count) {
-    Outcome outcome = {0, 0, NULL, 0};
-    outcome.ids = ids;
-    outcome.count = count;
-    GetAllDisclaimerDetail(requester, on_list, &outcome);
-    CHECK(&outcome.failures, outcome.calls == (count > 0 ? 1 : 0));
-    return outcome.failures;
-}
-
-void scenario_details_without_callback(const char* id, TermsRequester requester) {
+int scenario_detail(const char* id, int expected_calls) {
+    failures = calls = 0;
+    GetDisclaimerDetail(id, on_sample, &calls);
     GetDisclaimerDetail(id, NULL, NULL);
-    GetAllDisclaimerDetail(requester, NULL, NULL);
+    CHECK(calls == expected_calls);
+    return failures;
 }
 
-int scenario_stored_agreement(const char* id, int exists, int agreed) {
-    int failures = 0;
-    CHECK(&failures, IsDisclaimerItemExist(id) == exists);
-    CHECK(&failures, GetDisclaimerItemAgreement(id) == agreed);
+int scenario_all_details(TermsRequester requester, int count) {
+    failures = calls = 0;
+    listed = count;
+    GetAllDisclaimerDetail(requester, on_list, &calls);
+    GetAllDisclaimerDetail(requester, NULL, NULL);
+    CHECK(calls == (count > 0));
     return failures;
 }
 
 int scenario_web_view_header(const char* expected) {
-    int failures = 0;
     char* header = GetInfoForDisclaimerWebView();
-    CHECK_TEXT(&failures, header, expected);
+    failures = 0;
+    check_text(header, expected);
     free(header);
     return failures;
 }
 
-int scenario_refused_inputs(void) {
-    int failures = 0;
-    CHECK(&failures, RequestUpdateDisclaimers(NULL) == 0);
-    CHECK(&failures, SetDisclaimerItemsAgreements(NULL) == 0);
-    CHECK(&failures, SetDisclaimerItemsAgreements("abc") == 0);
+int scenario_without_service(void) {
+    failures = 0;
+    CHECK(IsDisclaimerItemExist("agreed") == 1 && GetDisclaimerItemAgreement("agreed") == 1);
+    CHECK(IsDisclaimerItemExist("declined") == 1 && GetDisclaimerItemAgreement("declined") == 0);
+    CHECK(IsDisclaimerItemExist("unknown") == 0 && GetDisclaimerItemAgreement("unknown") == 0);
+    CHECK(RequestUpdateDisclaimers(NULL) == 0);
+    CHECK(SetDisclaimerItemsAgreements(NULL) == 0);
+    CHECK(SetDisclaimerItemsAgreements("abc") == 0);
     return failures;
 }

@@ -1,51 +1,103 @@
-// Small helpers of the reliability tests.
+// Helpers of the reliability tests, with the headers they all use.
 #ifndef RELIABILITY_SUPPORT_H
 #define RELIABILITY_SUPPORT_H
 
-#include <chrono>
+#include <glib.h>
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <fstream>
 #include <functional>
 #include <future>
-#include <string>
-#include <vector>
+#include <thread>
+
+#include "TermsAPI.h"
+#include "TermsDbusAPI.h"
 
 namespace reliability {
 
-// Long enough for any request on a loaded machine; a call still running
-// after it is taken as hanging. Only ever a bound on a wait, never a measure.
+// Only ever a bound on a wait: a call still running after it is taken as hanging.
 constexpr std::chrono::seconds kHangBound{60};
 
-// Runs the call on a thread of its own.
-template <typename Call>
-auto InBackground(Call call) {
-    return std::async(std::launch::async, std::move(call));
+inline bool Eventually(const std::function<bool()>& condition) {
+    for (auto end = std::chrono::steady_clock::now() + kHangBound; std::chrono::steady_clock::now() < end;) {
+        if (condition()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return condition();
 }
 
-// True when the background call has returned (within kHangBound).
-template <typename Result>
-bool Returned(std::future<Result>& call) {
-    return call.wait_for(kHangBound) == std::future_status::ready;
+inline std::string NestedArrays(size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); }
+
+// Plain JSON string content, marked every 64 bytes so that a lost or moved chunk shows.
+inline std::string Filler(size_t size) {
+    std::string text(size, 'x');
+    for (size_t i = 0; i < size; i += 64) text[i] = static_cast<char>('a' + i / 64 % 26);
+    return text;
 }
 
-// Polls the condition until it holds or kHangBound has passed.
-bool Eventually(const std::function<bool()>& condition);
+inline bool IsValidUtf8(const std::string& text) { return g_utf8_validate(text.data(), text.size(), nullptr); }
 
-// A JSON text nested `depth` arrays deep: [[[...]]].
-std::string NestedArrays(size_t depth);
+inline std::string ReadFile(const std::string& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
 
-// A text of `size` bytes that is valid JSON string content (no quotes or escapes).
-std::string Filler(size_t size);
+// Sends the texts to the terms-client service, and a signal with them, from a toolkit server made for the
+// call; the reply's message, or "<failed>".
+inline std::string CallThroughToolkit(std::string message, std::string from = "reliability", std::string type = "") {
+    std::string answer = "<failed>";
+    TermsDbusMessage request = {}, reply = {};
+    InitiateTermsDbusMessage(&request, from.data(), 0, type.data(), message.data(), nullptr, 0);
+    if (InitiateTermsDbusServer("reliability") && CreateTermsDbusServer("com.velmora.tv.reliability") &&
+        SendTermsDbusSyncMessage("reliability", "com.velmora.tv.termsclient", &request, &reply, 60000) == 1 &&
+        SendTermsDbusSignal("reliability", "Changed", &request))
+        answer = reply.message;
+    ReleaseTermsDbusMessage(&reply);
+    CloseTermsDbusServer("reliability");
+    return answer;
+}
 
-bool IsValidUtf8(const std::string& text);
+#ifdef TERMS_SERVICE_SIM_PATH
+// The built terms-service-sim as a child process on the private bus, logging to <store>/sim.log.
+class SimService {
+public:
+    explicit SimService(const std::string& store, std::vector<std::string> extra = {})
+        : m_Args{TERMS_SERVICE_SIM_PATH, "--catalogue", SAMPLE_CATALOGUE, "--store-root", store},
+          m_Log(store + "/sim.log") {
+        m_Args.insert(m_Args.end(), extra.begin(), extra.end());
+    }
+    ~SimService() { Kill(SIGKILL); }
+    // Starts it and waits until it serves its bus name.
+    bool Start() {
+        unlink(m_Log.c_str());
+        std::vector<char*> argv;
+        for (std::string& arg : m_Args) argv.push_back(arg.data());
+        argv.push_back(nullptr);
+        gchar** env = g_environ_setenv(g_get_environ(), "DLOG_OUTPUT", ("file:" + m_Log).c_str(), TRUE);
+        if ((m_Pid = fork()) == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            _exit(execve(argv[0], argv.data(), env));
+        }
+        g_strfreev(env);
+        return m_Pid > 0 && Eventually([this] { return Log().find("serving com.velmora") != std::string::npos; });
+    }
+    // Sends the signal and waits for the process to end.
+    void Kill(int signal) {
+        if (m_Pid > 0 && kill(m_Pid, signal) == 0) waitpid(m_Pid, nullptr, 0);
+        m_Pid = -1;
+    }
+    std::string Log() const { return ReadFile(m_Log); }
 
-struct ProgramRun {
-    int status = -1;  // exit status; -1 when the program did not exit normally
-    std::string out;
-    std::string err;
+private:
+    std::vector<std::string> m_Args;
+    std::string m_Log;
+    pid_t m_Pid = -1;
 };
-
-// Runs the program with the arguments in this process's environment, stdin
-// closed, and waits for it.
-ProgramRun RunProgram(const std::string& program, const std::vector<std::string>& args);
+#endif
 
 }  // namespace reliability
 

@@ -1,0 +1,394 @@
+// The tools: the simulator's catalogue, terms-cli against the scriptable service, the simulator on the private bus.
+#include <TermsAPI.h>
+#include <VerantiAPI.h>
+#include <gio/gio.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <thread>
+
+#include "Catalogue.h"
+#include "FakeTermsService.h"
+#include "TempStore.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// AA (default): base, child (needs base), note (notice only), extra; revised: child; BB: bb_only, base.
+// In AA, requester 0 lists base, child; requester 1 extra, base; the others all four.
+const char kCatalogue[] = R"json({
+  "default_country": "AA", "header": {"h": "top"}, "web_view_header": {"w": "top"}, "menu_titles": ["T1", "T2"],
+  "disclaimers": {
+    "base": {"version": "1.0", "title": "Base terms", "intro": "Read me", "buttons": ["Agree", "Disagree", "More"],
+             "details": [{"title": "S1", "data": "D1"}, {"title": "S2", "data": "D2"}],
+             "by_country": {"BB": {"title": "Grundlage – 기본", "version": "1.1"}}},
+    "child": {"version": "2", "title": "Child", "details": "Plain prose.", "agree_dependency": "base"},
+    "note": {"title": "Note", "only_notice": true, "buttons": ["Close"]},
+    "extra": {"title": "Extra", "ppused": true, "reverse": true,
+              "buttons": ["1", "2", "3", "4", "5", "6", "7", "8", "9", "10"]},
+    "bb_only": {"title": "Überblick", "intro": "Résumé – 요약"}
+  },
+  "countries": {
+    "AA": {"disclaimers": ["base", "child", "note", "extra"], "revised": ["child"],
+           "requesters": {"0": ["base", "child"], "1": ["extra", "base"]},
+           "header": {"h": "aa"}, "web_view_header": {"w": "aa"}, "menu_titles": ["A1", "A2"]},
+    "BB": {"disclaimers": ["bb_only", "base"], "header": {"h": "bb"}, "menu_titles": ["Bé"]}
+  }
+})json";
+
+// The whole text must be one JSON document.
+Json::Value ParsedJson(const std::string& text) {
+    Json::Value value;
+    std::string error;
+    EXPECT_TRUE(termssim::ParseStrictJson(text, value, error)) << error << ": " << text;
+    return value;
+}
+
+struct CliRun {
+    int status = -1;  // -1 when a signal ended the program
+    std::string out, err;
+    bool ErrIsOneLine() const { return std::count(err.begin(), err.end(), '\n') == 1 && err.back() == '\n'; }
+    Json::Value JsonOut() const { return ParsedJson(out); }
+};
+
+// Runs terms-cli with the arguments in `line`, quoted as in a shell, and waits for it.
+CliRun Cli(const std::string& line) {
+    g_autofree gchar *out = nullptr, *err = nullptr;
+    gint wait = 0;
+    EXPECT_TRUE(g_spawn_command_line_sync((TERMS_CLI_PATH " " + line).c_str(), &out, &err, &wait, nullptr)) << line;
+    return CliRun{WIFEXITED(wait) ? WEXITSTATUS(wait) : -1, out ? out : "", err ? err : ""};
+}
+
+// terms-service-sim as a child process, waited for until it serves its bus name or exits.
+struct SimProcess {
+    explicit SimProcess(const std::vector<std::string>& args) {
+        std::vector<const char*> argv{TERMS_SERVICE_SIM_PATH};
+        for (const std::string& arg : args) argv.push_back(arg.c_str());
+        argv.push_back(nullptr);
+        g_autoptr(GSubprocessLauncher) launcher = g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDOUT_PIPE);
+        g_subprocess_launcher_set_child_setup(
+            launcher, [](gpointer) { prctl(PR_SET_PDEATHSIG, SIGKILL); }, nullptr, nullptr);
+        process = g_subprocess_launcher_spawnv(launcher, argv.data(), nullptr);
+        g_autoptr(GDataInputStream) out = g_data_input_stream_new(g_subprocess_get_stdout_pipe(process));
+        while (gchar* line = serving ? nullptr : g_data_input_stream_read_line(out, nullptr, nullptr, nullptr)) {
+            serving = g_strrstr(line, ": serving ");
+            g_free(line);
+        }
+    }
+    ~SimProcess() { g_object_unref(process); }  // a child left running dies with the test
+    // SIGTERM, then the exit status (-1 when a signal ended it); again: the same status.
+    int Stop() {
+        g_subprocess_send_signal(process, SIGTERM);
+        g_subprocess_wait(process, nullptr, nullptr);
+        return g_subprocess_get_if_exited(process) ? g_subprocess_get_exit_status(process) : -1;
+    }
+
+    GSubprocess* process;
+    bool serving = false;
+};
+
+TEST(ACatalogue, NamesThePlaceOfEachMistake) {
+    // The test catalogue with `from` replaced by `to` is refused naming `place`.
+    const std::string kMistakes[][3] = {
+        {R"(["T1", "T2"],)", R"(["T1", "T2"])", "not valid JSON"},
+        {R"("default_country": "AA")", R"("default_country": "ZZ")", "default_country"},
+        {R"("title": "Child")", R"("titel": "Child")", "disclaimers.child.titel: unknown member"},
+        {R"("agree_dependency": "base")", R"("agree_dependency": "nope")", "disclaimers.child.agree_dependency"},
+        {R"("agree_dependency": "base")", R"("agree_dependency": "note")", "is a notice"},
+        {R"("revised": ["child"])", R"("revised": ["bb_only"])", "countries.AA.revised"},
+        {R"("0": ["base", "child"])", R"("0": ["base", 5])", "countries.AA.requesters.0[1]"},
+        {R"("9", "10"])", R"("9", "10", "11"])", "disclaimers.extra.buttons: at most 10"},
+        {R"("bb_only": {)", R"("data": {)", "\"data\" cannot be an id"},
+        {R"("by_country": {"BB")", R"("by_country": {"CC")", "disclaimers.base.by_country.CC"},
+    };
+    for (const auto& [from, to, place] : kMistakes) {
+        std::string text = kCatalogue;
+        const size_t at = text.find(from);
+        ASSERT_NE(at, std::string::npos) << from;
+        try {
+            termssim::Catalogue::FromText(text.replace(at, from.size(), to));
+            ADD_FAILURE() << "accepted a catalogue that should name " << place;
+        } catch (const termssim::CatalogueError& error) {
+            EXPECT_NE(std::string(error.what()).find(place), std::string::npos) << error.what();
+        }
+    }
+}
+
+TEST(TheSampleCatalogue, HasSeveralCountriesSixItemsANoticeADependencyARevisionAndNonAsciiTexts) {
+    const auto catalogue = termssim::Catalogue::Load(SAMPLE_CATALOGUE);
+    bool six = false, revised = false, notice = false, dependency = false, nonAscii = false;
+    for (const std::string& code : catalogue.CountryCodes()) {
+        const auto& country = *catalogue.FindCountry(code);
+        six |= country.disclaimers.size() >= 6;
+        revised |= !country.revised.empty();
+        for (const auto& item : country.disclaimers) {
+            notice |= item.onlyNotice;
+            dependency |= !item.agreeDependency.empty();
+            nonAscii |= std::any_of(item.title.begin(), item.title.end(), [](char c) { return c & 0x80; });
+        }
+    }
+    EXPECT_GE(catalogue.CountryCodes().size(), 3u);
+    EXPECT_EQ(std::vector<bool>({six, revised, notice, dependency, nonAscii}), std::vector<bool>(5, true));
+}
+
+// Answers like a service with two disclaimers of two sections each, unless told to refuse.
+class TheTermsCli : public testing::Test {
+protected:
+    void SetUp() override {
+        service.Start();
+        service.SetDefaultReply(m_Answer);
+    }
+
+    const testbed::FakeReply m_Answer = testbed::FakeReply::WithBody(ParsedJson(R"({"result":true,"number":2,
+        "details":"[{\"title\":\"Scope\",\"data\":\"Line one\"},{\"title\":\"Rights\",\"data\":\"Two\"}]",
+        "id":"first","button1":"Agree","button2":"Decline","headerData":{"title":"Terms"}})"));
+    testbed::TempStore store;
+    testbed::FakeTermsService service;
+};
+
+TEST_F(TheTermsCli, SendsEachSubcommandsRequestAndExitsWithOneWhenRefusedAndThreeWhenUnavailable) {
+    // The command line and the members its request must carry, with these values.
+    const std::pair<const char*, const char*> kCases[] = {
+        {"list --requester 2", R"({"method":"get disclaimer number","requester":2,"product_type":"TV"})"},
+        {"show first", R"({"method":"get disclaimer by term id","request_item":"first","product_type":"TV"})"},
+        {"show --index 3 --requester 1", R"({"method":"get disclaimer by order","request_index":3,"requester":1})"},
+        {"revised --terms privacy", R"({"method":"get revised disclaimers","product_type":"TV","terms":"privacy"})"},
+        {"agree first", R"({"method":"set one agreement","request_item":"first","is_agreed":true})"},
+        {"disagree first --product-type HUB",
+         R"({"method":"set one agreement","is_agreed":false,"product_type":"HUB"})"},
+        {"agree --all", R"({"method":"set all agreement","is_agreed":true,"product_type":"TV"})"},
+        {R"(agree --json '{"first":"true","second":"false"}')", R"({"method":"set agreements","second":"false"})"},
+        {"country set DE", R"({"method":"set country code","country_code":"DE","data":null})"},
+        {"country list", R"({"method":"request country code list","data":null})"},
+        {"update", R"({"method":"request update disclaimers","product_type":"TV","request_from":"wizard-terms"})"},
+        {"update-api settings privacy", R"({"method":"request disclaimer api","request_from":"settings"})"},
+        {"disclaimer-id", R"({"method":"request disclaimerid","product_type":"TV","other_page":false})"},
+        {"disclaimer-id --other-page", R"({"method":"request disclaimerid","other_page":true})"},
+        {"header", R"({"method":"get information for disclaimer","data":null})"},
+        {"header --web-view", R"({"method":"get information for web view disclaimer"})"},
+        {"check", R"({"method":"dravik check"})"},
+        {"check --info", R"({"method":"dravik get error info"})"},
+        {"clone to-usb a.dat b/a.dat", R"({"method":"Copy Clone Data TV to USB","src":"a.dat","dest":"b/a.dat"})"},
+        {"clone to-tv b/a.dat a.dat", R"({"method":"Copy Clone Data USB to TV","src":"b/a.dat","dest":"a.dat"})"},
+        {"reset", R"({"method":"request reset nimbra","data":null})"},
+    };
+    for (const auto& [line, members] : kCases) {
+        SCOPED_TRACE(line);
+        const Json::Value expected = ParsedJson(members);
+        const std::string method = expected["method"].asString();
+        service.ClearRequests();
+        const CliRun done = Cli(line);
+        EXPECT_TRUE(done.status == 0 && done.err.empty()) << done.status << ": " << done.err;
+        ASSERT_FALSE(service.RequestsBesidesAvailability().empty());  // "list" goes on to ask for each item
+        const Json::Value sent = service.RequestsBesidesAvailability()[0].body;
+        for (const std::string& name : expected.getMemberNames()) EXPECT_EQ(sent.get(name, "?"), expected[name]);
+        service.SetReply(method, testbed::FakeReply::Result(false));
+        const CliRun refused = Cli(line);  // the library reads a refused count as no disclaimers
+        EXPECT_EQ(refused.status, method == "get disclaimer number" ? 0 : 1);
+        EXPECT_TRUE(refused.status == 0 ? refused.err.empty() : refused.ErrIsOneLine()) << refused.err;
+        service.SetReply("is service available", testbed::FakeReply::Result(false));
+        service.ClearRequests();
+        const CliRun unavailable = Cli(line);
+        EXPECT_TRUE(unavailable.status == 3 && unavailable.out.empty() && unavailable.ErrIsOneLine())
+            << unavailable.err;
+        EXPECT_NE(unavailable.err.find("could not be reached"), std::string::npos);
+        EXPECT_TRUE(service.RequestsBesidesAvailability().empty());
+        for (const std::string& name : {method, std::string("is service available")}) service.SetReply(name, m_Answer);
+    }
+}
+
+TEST_F(TheTermsCli, AnswersHelpWithZeroAndBadUsageWithTwoWithoutAskingTheService) {
+    const std::string help = Cli("-h").out;
+    EXPECT_NE(help.find("3  the terms-client service could not be reached"), std::string::npos) << help;
+    for (const std::string command :
+         {"status",     "list",          "show",        "revised",  "agree",        "disagree",     "agreement",
+          "exists",     "title",         "titles",      "language", "country set",  "country list", "update",
+          "update-api", "disclaimer-id", "header",      "check",    "clone to-usb", "clone to-tv",  "reset",
+          "store get",  "store set",     "store unset", "--json",   "country",      "store"}) {
+        const CliRun run = Cli(command + " --help");
+        EXPECT_NE(help.find("  " + command), std::string::npos) << command;
+        EXPECT_TRUE(run.status == 0 && run.err.empty() && run.out.rfind("Usage: terms-cli", 0) == 0) << command;
+    }
+    for (const char* line : {"", "--json", "frobnicate", "--bogus status", "status extra", "show", "show --index x",
+                             "show first --index 1", "list --requester 5", "agree first --all", "agree --json [1]",
+                             "title -1", "clone to-usb only-one", "store get ../escape"}) {
+        const CliRun run = Cli(line);
+        EXPECT_TRUE(run.status == 2 && run.out.empty() && run.ErrIsOneLine() && run.err.rfind("terms-cli: ", 0) == 0)
+            << line << " -> " << run.status << ": " << run.err;
+    }
+    EXPECT_TRUE(service.Requests().empty());
+}
+
+const char kBusName[] = "com.velmora.tv.termsclient", kAgreementsKey[] = "db/veranti/disclaimeragrees",
+           kCountryKey[] = "db/veranti/country_code";
+
+class ARunningSimulator : public testing::Test {
+protected:
+    void SetUp() override {
+        fs::create_directories(m_Dir / "set");
+        g_file_set_contents((m_Dir / "catalogue.json").c_str(), kCatalogue, -1, nullptr);
+        Restart();
+    }
+    void TearDown() override { EXPECT_EQ(m_Sim->Stop(), 0); }  // still serving; under sanitizers: no leak
+    void Restart(std::vector<std::string> args = {}) {
+        EXPECT_EQ(m_Sim ? m_Sim->Stop() : 0, 0);
+        args.insert(args.end(), {"--catalogue", m_Dir / "catalogue.json", "--store-root", m_Store.Root(), "--set-dir",
+                                 m_Dir / "set", "--usb-dir", m_Dir / "usb"});
+        m_Sim = std::make_unique<SimProcess>(args);
+        ASSERT_TRUE(m_Sim->serving);
+    }
+
+    static CVerantiAPI& Api() { return *CVerantiAPI::GetInstance(); }
+    // As the library reads it from the store, without asking the service.
+    static int Agreement(const char* id) { return ::GetDisclaimerItemAgreement(id); }
+    // Sends a request past the library: the reply's JSON, or null when none came in time.
+    static Json::Value Raw(const char* protocol, const std::string& body, int timeoutMs = 10000) {
+        g_autoptr(GDBusConnection) bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+        g_autoptr(GVariant) reply =
+            g_dbus_connection_call_sync(bus, kBusName, "/com/velmora/tv/termsclient", kBusName, "SendMessage",
+                                        g_variant_new("(suss)", "raw", 0u, protocol, body.c_str()), nullptr,
+                                        G_DBUS_CALL_FLAGS_NONE, timeoutMs, nullptr, nullptr);
+        if (!reply) return Json::Value();
+        g_autoptr(GVariant) text = g_variant_get_child_value(reply, 3);
+        return ParsedJson(g_variant_get_string(text, nullptr));
+    }
+
+    testbed::TempStore m_Store;
+    const fs::path m_Dir = fs::path(m_Store.Root()) / "sim";
+    std::unique_ptr<SimProcess> m_Sim;
+};
+
+TEST_F(ARunningSimulator, AnswersTheClassAndTheCFunctionsWithTheCatalogueContent) {
+    Json::Value header;
+    Api().GetInformationForDisclaimer(header);
+    int code = -1, reason = -1;
+    std::string message = "x";
+    EXPECT_TRUE(Api().IsServiceAvailable() && Api().DravikCheck(code, reason) &&
+                Api().DravikCheck(code, reason, message) && Api().RequestDisclaimersRESTAPI("wizard", "all") &&
+                Api().RequestDisclaimerID("TV", true) && Api().RequestUpdateDisclaimers("TV") &&
+                Api().RequestCountryCodeList() && Api().RequestResetNimbra() && !Api().SetCountryCode("ZZ"));
+    char* webHeader = ::GetInfoForDisclaimerWebView();
+    EXPECT_EQ(header["h"].asString() + webHeader + std::to_string(code + reason) + message, R"(aa{"w":"aa"}0)");
+    free(webHeader);
+    std::vector<STHomeDisclaimerContentItem*> items, revised;
+    Api().GetDisclaimerDetails(items, E_DISCLAIMER_REQUESTER_0, "TV");
+    ASSERT_TRUE(Api().GetRevisedDisclaimers(revised, "TV", "all") && items.size() == 2 && revised.size() == 1);
+    EXPECT_EQ(items[0]->vecDetailData, (std::vector<std::string>{"S1", "D1", "S2", "D2"}));
+    EXPECT_EQ(items[0]->strButton3 + items[1]->strAgreeDependency + revised[0]->strItemId, "Morebasechild");
+    for (STHomeDisclaimerContentItem* item : {items[0], items[1], revised[0]}) delete item;
+    STHomeDisclaimerContentItem extra, note;
+    ASSERT_EQ(Api().GetDisclaimerDetail(extra, 0, E_DISCLAIMER_REQUESTER_1, "TV"), 0);
+    EXPECT_TRUE(extra.strItemId == "extra" && extra.nOrder == 3 && extra.strButton10 == "10" && extra.bPPUsed &&
+                extra.bReverse);
+    EXPECT_TRUE(Api().GetDisclaimerDetail("note", note, "TV") == 0 && note.bOnlyNotice);
+    EXPECT_EQ(Api().GetDisclaimerDetail("nope", note, "TV") + ::IsDisclaimerItemExist("nope"), -1);
+}
+
+// Set over the bus through each interface, read back from the store by GetDisclaimerItemAgreement.
+TEST_F(ARunningSimulator, RecordsAgreementsThatTheDirectStoreQueryReadsBack) {
+    EXPECT_FALSE(Api().SetDisclaimerItemAgreement("child", 1, "TV"));  // before the item it depends on
+    EXPECT_FALSE(Api().SetDisclaimerItemAgreement("note", 1, "TV"));   // a notice
+    int agreed = -1;
+    ASSERT_TRUE(Api().SetDisclaimerItemAgreement("base", 1, "TV"));
+    Api().GetDisclaimerItemAgreement("base", &agreed, "TV");
+    EXPECT_EQ(agreed, 1);
+    ASSERT_TRUE(Api().SetRevisedTermAgreement("child", true, "TV"));
+    EXPECT_EQ(Cli(R"(agree --json '{"extra":true}')").status, 0);
+    EXPECT_EQ(Agreement("child") + Agreement("extra") + Agreement("note") * 10, 2);
+    const char kAsk[] = R"({"request_type":"get disclaimer agreement","product_type":"TV","request_item":"child"})";
+    EXPECT_EQ(Raw("common_protocol", kAsk)["is_agreed"], true);
+    ::SetDisclaimerItemAgreement("base", 0);
+    EXPECT_EQ(Agreement("child"), 0);  // withdrawn with the item it depends on
+    ASSERT_TRUE(Api().SetAllDisclaimerItemAgreement(1, "TV"));
+    EXPECT_EQ(Agreement("base") + Agreement("child") + Agreement("note") * 10, 2);
+    EXPECT_EQ(Cli("disagree --all").status + Agreement("extra"), 0);
+    EXPECT_TRUE(::SetDisclaimerItemsAgreements(R"({"base":"true"})") &&
+                Cli("--json agreement base").JsonOut()["agreed"].asBool());
+}
+
+TEST_F(ARunningSimulator, KeepsCountryTextsTitlesAndAgreementsAcrossARestart) {
+    EXPECT_EQ(Cli("country set BB").status, 0);
+    ASSERT_TRUE(Api().SetDisclaimerItemAgreement("bb_only", 1, "TV"));
+    Restart();
+    std::string title;
+    EXPECT_TRUE(Api().GetDisclaimerTitle(title, 0) == 0 && title == "Bé" && Api().GetDisclaimerTitle(title, 1) == -1);
+    STHomeDisclaimerContentItem item;
+    ASSERT_EQ(Api().GetDisclaimerDetail(item, 0, E_DISCLAIMER_REQUESTER_0, "TV"), 0);
+    EXPECT_TRUE(item.strItemId == "bb_only" && item.bIsAgreed);
+    ASSERT_EQ(Api().GetDisclaimerDetail("base", item, "TV"), 0);
+    EXPECT_EQ(item.strTitle + " / " + item.strIntro + " / " + item.strVersion, "Grundlage – 기본 / Read me / 1.1");
+    EXPECT_NE(Cli("show base").out.find("  sections:\n    S1\n      D1\n"), std::string::npos);
+    EXPECT_EQ(Cli("--json list").JsonOut()["disclaimers"][0]["id"], "bb_only");
+    EXPECT_EQ(Cli("title 0").out + Cli("store get db/veranti/country_code").out, "Bé\nBB\n");
+}
+
+TEST_F(ARunningSimulator, ServesConcurrentClients) {
+    std::atomic<int> failures{0};
+    std::vector<std::thread> clients;
+    for (const char* id : {"base", "extra", "base", "extra"}) {
+        clients.emplace_back([id, &failures] {
+            for (int i = 0; i < 10; ++i) {
+                STHomeDisclaimerContentItem item;
+                failures += Api().GetDisclaimerDetail(id, item, "TV") != 0 || item.strItemId != id ||
+                            !Api().SetDisclaimerItemAgreement(id, 1, "TV");
+            }
+        });
+    }
+    for (std::thread& client : clients) client.join();
+    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(Agreement("base") + Agreement("extra"), 2);
+}
+
+TEST_F(ARunningSimulator, RefusesAnswersLateOrKeepsSilentOnPurposeAsTold) {
+    Restart({"--fail=set one agreement=refuse", "--fail=get disclaimer number=delay:300",
+             "--fail=request reset nimbra=silent"});
+    EXPECT_FALSE(Api().SetDisclaimerItemAgreement("base", 1, "TV"));
+    EXPECT_EQ(Agreement("base"), 0);
+    const gint64 start = g_get_monotonic_time();
+    EXPECT_EQ(Api().GetDisclaimerNum(E_DISCLAIMER_REQUESTER_0, "TV"), 2);
+    EXPECT_GE(g_get_monotonic_time() - start, 300000);
+    EXPECT_TRUE(Raw("", R"({"method":"request reset nimbra"})", 200).isNull());
+    EXPECT_TRUE(Api().IsServiceAvailable());  // while the silent request still waits
+}
+
+TEST_F(ARunningSimulator, AnswersBadRequestsSentRawWithAReasonAndChangesNothing) {
+    const std::pair<const char*, const char*> kBadRequests[] = {
+        {"", "not json"},
+        {"", R"({"method":"set country code","country_code":"BB"} trailing)"},
+        {"", R"({"method":"set country code","country_code":"BB","country_code":"AA"})"},
+        {"", R"({"method":"no such method"})"},
+        {"", R"({"method":"get disclaimer agreement","product_type":"TV","request_item":"base"})"},
+        {"common_protocol", R"({"method":"get disclaimer agreement","request_item":"base"})"},
+        {"something else", R"({"method":"is service available"})"},
+        {"", R"({"method":"set one agreement","product_type":"TV","request_item":"nope","is_agreed":true})"},
+        {"", R"({"method":"set agreements","product_type":"TV","base":true,"nope":true})"},
+        {"", R"({"method":"set all agreement","product_type":"TV","is_agreed":1})"},
+        {"", R"({"method":"Copy Clone Data TV to USB","src":"a"})"},
+    };
+    const std::string before = *m_Store.Get(kAgreementsKey) + *m_Store.Get(kCountryKey);
+    for (const auto& [protocol, body] : kBadRequests) {
+        const Json::Value reply = Raw(protocol, body);
+        EXPECT_TRUE(reply["result"] == false && reply["errormessage"].asString() != "") << body;
+    }
+    EXPECT_EQ(*m_Store.Get(kAgreementsKey) + *m_Store.Get(kCountryKey), before);  // and it still serves: see TearDown
+}
+
+TEST_F(ARunningSimulator, CopiesCloneDataInsideItsDirectoriesOnly) {
+    fs::create_symlink(m_Dir / "catalogue.json", m_Dir / "set" / "link-out");
+    ASSERT_TRUE(g_file_set_contents((m_Dir / "set" / "tv.dat").c_str(), "clone", -1, nullptr));
+    EXPECT_TRUE(Api().CopyCloneDataTVtoUSB("tv.dat", "backup/tv.dat") &&
+                Api().CopyCloneDataUSBtoTV("backup/tv.dat", "restored.dat") &&
+                fs::exists(m_Dir / "set" / "restored.dat"));
+    EXPECT_FALSE(Api().CopyCloneDataTVtoUSB("tv.dat", "../escaped.dat") ||
+                 Api().CopyCloneDataUSBtoTV("/etc/hostname", "hostname") ||
+                 Api().CopyCloneDataTVtoUSB("link-out", "catalogue.json"));
+    EXPECT_FALSE(fs::exists(m_Dir / "escaped.dat") || fs::exists(m_Dir / "usb" / "catalogue.json"));
+}
+
+}  // namespace

@@ -198,8 +198,10 @@ const std::string kThrown;     // the exception's line on the system buffer
 
 class TheConfigurationStore : public ClientTestBed {
 protected:
-    // The outcome's line (a shown agreement in green, else a warning) or the exception's; no request.
-    void ExpectLineAndNoRequest(const std::string& line) {
+    // The outcome's line (a shown agreement in green, else a warning) or the exception's; no request;
+    // every line names the query, not a helper of it.
+    void ExpectLineAndNoRequest(const std::string& line, const std::string& query) {
+        for (const auto& logged : logs.Lines()) EXPECT_EQ(logged.function, query) << logged.message;
         const bool shown = line.rfind("agreement ", 0) == 0, thrown = line == kThrown;
         const auto handled = LinesStartingWith(logs, "Exception Handled by ");
         ASSERT_EQ(handled.size(), thrown ? 1u : 0u);
@@ -237,12 +239,12 @@ TEST_F(TheConfigurationStore, TellsForEachKindOfStoredAgreementWhetherTheTermExi
         if (c.stored) store.Set(kAgreementKey, *c.stored);
         logs.Clear();
         EXPECT_EQ(api->IsDisclaimerItemExist("t1", "TV"), c.exists);
-        ExpectLineAndNoRequest(c.existenceLine);
+        ExpectLineAndNoRequest(c.existenceLine, "IsDisclaimerItemExist");
         logs.Clear();
         int agreed = kUntouched;
         EXPECT_EQ(api->GetDisclaimerItemAgreement("t1", &agreed, "TV"), 0);
         EXPECT_EQ(agreed, c.agreed);
-        ExpectLineAndNoRequest(c.agreementLine);
+        ExpectLineAndNoRequest(c.agreementLine, "GetDisclaimerItemAgreement");
     }
 }
 

@@ -69,7 +69,7 @@ public:
         CErrorDescriptor(int errorCode, int errorReason);
 
         static CErrorDescriptor FromString(std::string text);
-        std::string ToString();
+        std::string ToString() const;
 
         int m_ErrorCode;
         int m_ErrorReason;

@@ -723,7 +723,7 @@ CVerantiAPI::CErrorDescriptor CVerantiAPI::CErrorDescriptor::FromString(std::str
     return descriptor;
 }
 
-std::string CVerantiAPI::CErrorDescriptor::ToString() {
+std::string CVerantiAPI::CErrorDescriptor::ToString() const {
     Json::Value value(Json::objectValue);
     value["error_code"] = m_ErrorCode;
     value["error_reason"] = m_ErrorReason;

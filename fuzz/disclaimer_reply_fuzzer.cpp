@@ -29,14 +29,6 @@ void CheckSections(const Item& item) {
     if (item.vecDetailData.size() % 2 != 0) fuzzsupport::Fail("detail sections are not title/text pairs");
 }
 
-template <typename Request>
-void AllowingJsonErrors(Request request) {
-    try {
-        request();
-    } catch (const Json::Exception&) {
-    }
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -47,19 +39,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     CVerantiAPI* api = CVerantiAPI::GetInstanceUT();
 
     Item byPosition;
-    AllowingJsonErrors([&] { api->GetDisclaimerDetail(byPosition, 1, E_DISCLAIMER_REQUESTER_2, "TV"); });
+    fuzzsupport::AllowingJsonErrors([&] { api->GetDisclaimerDetail(byPosition, 1, E_DISCLAIMER_REQUESTER_2, "TV"); });
     CheckSections(byPosition);
 
     // The same record filled again: its sections are appended to.
-    AllowingJsonErrors([&] { api->GetDisclaimerDetail("terms", byPosition, "TV"); });
+    fuzzsupport::AllowingJsonErrors([&] { api->GetDisclaimerDetail("terms", byPosition, "TV"); });
     CheckSections(byPosition);
 
     OwnedItems revised;
-    AllowingJsonErrors([&] { api->GetRevisedDisclaimers(revised.items, "TV", "all"); });
+    fuzzsupport::AllowingJsonErrors([&] { api->GetRevisedDisclaimers(revised.items, "TV", "all"); });
     for (const Item* item : revised.items) CheckSections(*item);
 
     OwnedItems all;
-    AllowingJsonErrors([&] { api->GetDisclaimerDetails(all.items, E_DISCLAIMER_REQUESTER_OTHER, "AV"); });
+    fuzzsupport::AllowingJsonErrors([&] { api->GetDisclaimerDetails(all.items, E_DISCLAIMER_REQUESTER_OTHER, "AV"); });
     if (all.items.size() > 2) fuzzsupport::Fail("more records than the count");
     for (const Item* item : all.items) CheckSections(*item);
     return 0;

@@ -9,18 +9,6 @@
 #include "LoopbackFramework.h"
 #include "VerantiAPI.h"
 
-namespace {
-
-template <typename Request>
-void AllowingJsonErrors(Request request) {
-    try {
-        request();
-    } catch (const Json::Exception&) {
-    }
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzzsupport::UseTemporaryStore();
     const std::string text = fuzzsupport::TextUpToNul(data, size);
@@ -28,28 +16,28 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     loopback::SetDefaultReply(text);
     CVerantiAPI* api = CVerantiAPI::GetInstanceUT();
 
-    AllowingJsonErrors([&] { api->IsServiceAvailable(); });
-    AllowingJsonErrors([&] { api->GetDisclaimerNum(E_DISCLAIMER_REQUESTER_1, "TV"); });
-    AllowingJsonErrors([&] {
+    fuzzsupport::AllowingJsonErrors([&] { api->IsServiceAvailable(); });
+    fuzzsupport::AllowingJsonErrors([&] { api->GetDisclaimerNum(E_DISCLAIMER_REQUESTER_1, "TV"); });
+    fuzzsupport::AllowingJsonErrors([&] {
         Json::Value header;
         api->GetInformationForDisclaimer(header);
         api->GetInformationForDisclaimerWebView(header);
     });
-    AllowingJsonErrors([&] {
+    fuzzsupport::AllowingJsonErrors([&] {
         int code = 0, reason = 0;
         std::string message;
         api->DravikCheck(code, reason);
         api->DravikCheck(code, reason, message);
     });
-    AllowingJsonErrors([&] { api->RequestDisclaimersRESTAPI("wizard", "all"); });
-    AllowingJsonErrors([&] { api->SetAllDisclaimerItemAgreement(1, "TV"); });
-    AllowingJsonErrors([&] { api->IsDisclaimerItemExist("terms", "AV"); });
-    AllowingJsonErrors([&] {
+    fuzzsupport::AllowingJsonErrors([&] { api->RequestDisclaimersRESTAPI("wizard", "all"); });
+    fuzzsupport::AllowingJsonErrors([&] { api->SetAllDisclaimerItemAgreement(1, "TV"); });
+    fuzzsupport::AllowingJsonErrors([&] { api->IsDisclaimerItemExist("terms", "AV"); });
+    fuzzsupport::AllowingJsonErrors([&] {
         int agreed = 0;
         api->GetDisclaimerItemAgreement("terms", &agreed, "AV");
         if (agreed != 0 && agreed != 1) fuzzsupport::Fail("agreement is neither 0 nor 1");
     });
     // The error descriptor reads the same kind of outside text.
-    AllowingJsonErrors([&] { CVerantiAPI::CErrorDescriptor::FromString(text).ToString(); });
+    fuzzsupport::AllowingJsonErrors([&] { CVerantiAPI::CErrorDescriptor::FromString(text).ToString(); });
     return 0;
 }

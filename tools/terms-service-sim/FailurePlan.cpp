@@ -38,21 +38,21 @@ bool ParseMode(const std::string& text, FailureMode& mode) {
 
 }  // namespace
 
-bool FailurePlan::Add(const std::string& spec, std::string& error) {
-    const size_t equals = spec.rfind('=');
+bool FailurePlan::Add(const std::string& rule, std::string& error) {
+    const size_t equals = rule.rfind('=');
     if (equals == std::string::npos) {
-        error = "\"" + spec + "\" is not <method>=<mode>";
+        error = "\"" + rule + "\" is not <method>=<mode>";
         return false;
     }
-    const std::string method = spec.substr(0, equals);
+    const std::string method = rule.substr(0, equals);
     const std::vector<std::string>& known = TermsServiceSim::KnownRequests();
     if (method != kAnyMethod && std::find(known.begin(), known.end(), method) == known.end()) {
         error = "\"" + method + "\" is not a request the service answers";
         return false;
     }
     FailureMode mode;
-    if (!ParseMode(spec.substr(equals + 1), mode)) {
-        error = "\"" + spec.substr(equals + 1) + "\" is not a failure mode (refuse, delay:<ms> or silent)";
+    if (!ParseMode(rule.substr(equals + 1), mode)) {
+        error = "\"" + rule.substr(equals + 1) + "\" is not a failure mode (refuse, delay:<ms> or silent)";
         return false;
     }
     m_Modes[method] = mode;

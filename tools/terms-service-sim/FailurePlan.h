@@ -19,10 +19,10 @@ struct FailureMode {
 
 class FailurePlan {
 public:
-    // Adds one "<method>=<mode>" spec; false with a reason when the method is
-    // not one the service answers or the mode is malformed. A later spec for
+    // Adds one "<method>=<mode>" rule; false with a reason when the method is
+    // not one the service answers or the mode is malformed. A later rule for
     // the same method replaces the earlier one.
-    bool Add(const std::string& spec, std::string& error);
+    bool Add(const std::string& rule, std::string& error);
     FailureMode For(const std::string& method) const;
     bool Empty() const { return m_Modes.empty(); }
 

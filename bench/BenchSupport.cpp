@@ -206,9 +206,8 @@ bool IsSmokeRun() { return g_Smoke; }
 
 namespace {
 
-// Interference from other processes only ever adds time, so the fastest
-// repetition is the steadiest figure on a shared machine (and for rates the
-// highest).
+// Extra statistics over the repetitions: the report takes the lowest CPU time
+// (other processes only ever add to it) and the highest message count.
 double Fastest(const std::vector<double>& values) { return *std::min_element(values.begin(), values.end()); }
 double Highest(const std::vector<double>& values) { return *std::max_element(values.begin(), values.end()); }
 

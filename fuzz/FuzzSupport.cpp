@@ -1,6 +1,7 @@
 #include "FuzzSupport.h"
 
 #include <unistd.h>
+#include <vconf.h>
 
 #include <cstdarg>
 #include <cstdio>
@@ -46,6 +47,11 @@ const std::string& UseTemporaryStore() {
         return directory;
     }();
     return root;
+}
+
+void StoreInput(const char* key, const uint8_t* data, size_t size) {
+    UseTemporaryStore();
+    if (vconf_set_str(key, TextUpToNul(data, size).c_str()) != 0) Fail("cannot store the input");
 }
 
 std::string MakeScratchDirectory(const char* name) { return MakeDirectory(name); }

@@ -22,6 +22,9 @@ std::string TextUpToNul(const uint8_t* data, size_t size);
 // system when there is one), exported as VCONF_ROOT and removed at exit.
 const std::string& UseTemporaryStore();
 
+// The input, cut at its first NUL, stored under `key` in the temporary store.
+void StoreInput(const char* key, const uint8_t* data, size_t size);
+
 // A fresh, empty directory below the temporary store's parent; removed at exit.
 std::string MakeScratchDirectory(const char* name);
 

@@ -2,7 +2,6 @@
 // and both agreement queries read it for the set itself (no bus request).
 // Both methods catch what they may throw, so no exception may leave them;
 // the agreement is always 0 or 1.
-#include <vconf.h>
 
 #include "FuzzSupport.h"
 #include "VerantiAPI.h"
@@ -16,10 +15,7 @@ const char* const kIds[] = {"terms", "", "true"};
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    fuzzsupport::UseTemporaryStore();
-    if (vconf_set_str(kAgreementCacheKey, fuzzsupport::TextUpToNul(data, size).c_str()) != 0) {
-        fuzzsupport::Fail("cannot write the agreement cache");
-    }
+    fuzzsupport::StoreInput(kAgreementCacheKey, data, size);
     CVerantiAPI* api = CVerantiAPI::GetInstanceUT();
     for (const char* id : kIds) {
         api->IsDisclaimerItemExist(id, "TV");

@@ -1,7 +1,6 @@
 // Fuzzes the menu titles text: the input is stored under the titles key and
 // read back at several positions. The reader catches the JSON library's
 // exceptions itself, so nothing may leave it.
-#include <vconf.h>
 
 #include "FuzzSupport.h"
 #include "TermsJsonParser.h"
@@ -15,10 +14,7 @@ const int kIndices[] = {0, 1, 7, 1 << 30};
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    fuzzsupport::UseTemporaryStore();
-    if (vconf_set_str(kMenuTitlesKey, fuzzsupport::TextUpToNul(data, size).c_str()) != 0) {
-        fuzzsupport::Fail("cannot write the menu titles");
-    }
+    fuzzsupport::StoreInput(kMenuTitlesKey, data, size);
     CVerantiAPI* api = CVerantiAPI::GetInstanceUT();
     for (int index : kIndices) {
         CTermsJsonParser::GetMenuTitleFromVconf(kMenuTitlesKey, index);

@@ -12,7 +12,9 @@ void* __libc_realloc(void* block, size_t size);
 namespace {
 std::atomic<uint64_t> g_Allocations{0};
 
-void Count() { g_Allocations.fetch_add(1, std::memory_order_relaxed); }
+void Count() {
+    g_Allocations.fetch_add(1, std::memory_order_relaxed);
+}
 }  // namespace
 
 extern "C" {
@@ -36,6 +38,8 @@ void* realloc(void* block, size_t size) {
 
 namespace bench {
 
-uint64_t AllocationCount() { return g_Allocations.load(std::memory_order_relaxed); }
+uint64_t AllocationCount() {
+    return g_Allocations.load(std::memory_order_relaxed);
+}
 
 }  // namespace bench

@@ -64,7 +64,8 @@ int AnswerMessage(sd_bus_message* call, Service& service) {
     result = sd_bus_message_new_method_return(call, &reply);
     if (result >= 0) result = sd_bus_message_append(reply, "suss", kReplyFrom, 0u, "", service.reply.c_str());
     if (result >= 0) {
-        result = withPayload ? AppendPayload(reply, service.payload.data(), code) : AppendPayload(reply, &kPlaceholder, 1);
+        result =
+            withPayload ? AppendPayload(reply, service.payload.data(), code) : AppendPayload(reply, &kPlaceholder, 1);
     }
     if (result >= 0) result = sd_bus_send(nullptr, reply, nullptr);
     sd_bus_message_unref(reply);

@@ -107,8 +107,8 @@ GVariant* PlainArguments(const char* from, uint32_t code, const char* type, cons
     return g_variant_new("(suss)", from, code, type, message);
 }
 
-GVariant* PayloadArguments(const char* from, uint32_t code, const char* type, const char* message,
-                           const void* data, size_t size) {
+GVariant* PayloadArguments(const char* from, uint32_t code, const char* type, const char* message, const void* data,
+                           size_t size) {
     GVariant* payload = g_variant_new_from_data(G_VARIANT_TYPE("a(y)"), data, size, TRUE, nullptr, nullptr);
     return g_variant_new("(suss@a(y))", from, code, type, message, payload);
 }
@@ -202,14 +202,20 @@ bool TakeSmokeFlag(int* argc, char** argv) {
     return g_Smoke;
 }
 
-bool IsSmokeRun() { return g_Smoke; }
+bool IsSmokeRun() {
+    return g_Smoke;
+}
 
 namespace {
 
 // Extra statistics over the repetitions: the report takes the lowest CPU time
 // (other processes only ever add to it) and the highest message count.
-double Fastest(const std::vector<double>& values) { return *std::min_element(values.begin(), values.end()); }
-double Highest(const std::vector<double>& values) { return *std::max_element(values.begin(), values.end()); }
+double Fastest(const std::vector<double>& values) {
+    return *std::min_element(values.begin(), values.end());
+}
+double Highest(const std::vector<double>& values) {
+    return *std::max_element(values.begin(), values.end());
+}
 
 }  // namespace
 

@@ -53,8 +53,8 @@ GVariant* BareGDBusCall(const char* method, GVariant* arguments);
 // "(suss)" arguments as the toolkit builds them for a record without payload.
 GVariant* PlainArguments(const char* from, uint32_t code, const char* type, const char* message);
 // "(sussa(y))" with `size` bytes at `data` wrapped in place, as the toolkit does.
-GVariant* PayloadArguments(const char* from, uint32_t code, const char* type, const char* message,
-                           const void* data, size_t size);
+GVariant* PayloadArguments(const char* from, uint32_t code, const char* type, const char* message, const void* data,
+                           size_t size);
 
 // ---- Bus traffic ----
 
@@ -102,8 +102,7 @@ bool IsSmokeRun();
 // Applies the run's iteration policy: one iteration in a smoke run,
 // otherwise `iterations` and `repetitions` when given (slow benchmarks), or
 // Google Benchmark's own and the command line's.
-benchmark::internal::Benchmark* Tune(benchmark::internal::Benchmark* bm, int64_t iterations = 0,
-                                     int repetitions = 1);
+benchmark::internal::Benchmark* Tune(benchmark::internal::Benchmark* bm, int64_t iterations = 0, int repetitions = 1);
 
 // Standard main of a benchmark program, after its Register function ran.
 int RunBenchmarks(int argc, char** argv);

@@ -175,25 +175,32 @@ void Register() {
     Tune(benchmark::RegisterBenchmark("BM_Bare_SdBusDisclaimerPair", BM_Bare_SdBusDisclaimerPair));
     Tune(benchmark::RegisterBenchmark("BM_Lib_GetDisclaimerDetail", BM_Lib_GetDisclaimerDetail));
     Tune(benchmark::RegisterBenchmark("BM_Lib_GetDisclaimerDetails", BM_Lib_GetDisclaimerDetails)
-             ->Arg(1)->Arg(10)->Arg(100)->Unit(benchmark::kMicrosecond));
+             ->Arg(1)
+             ->Arg(10)
+             ->Arg(100)
+             ->Unit(benchmark::kMicrosecond));
     for (int threads : {1, 2, 4}) {
         Tune(benchmark::RegisterBenchmark("BM_Bare_SdBusCall_Threads", BM_Bare_SdBusCall)
-                 ->Threads(threads)->UseRealTime());
+                 ->Threads(threads)
+                 ->UseRealTime());
         Tune(benchmark::RegisterBenchmark("BM_Lib_IsServiceAvailable_Threads", BM_Lib_IsServiceAvailable)
-                 ->Threads(threads)->UseRealTime());
+                 ->Threads(threads)
+                 ->UseRealTime());
     }
     // Requests per second that a service serves to 1 and 4 clients (each
     // thread is a client with its own connection); bench.sh runs these
     // against the minimal service and against the simulated one.
     for (int threads : {1, 4}) {
         Tune(benchmark::RegisterBenchmark("BM_Lib_GetDisclaimerDetail_Threads", BM_Lib_GetDisclaimerDetail)
-                 ->Threads(threads)->UseRealTime());
+                 ->Threads(threads)
+                 ->UseRealTime());
     }
     Tune(benchmark::RegisterBenchmark("BM_Bare_SdBusNewConnectionPerCall", BM_Bare_SdBusNewConnectionPerCall));
     Tune(benchmark::RegisterBenchmark("BM_Lib_IsServiceAvailable_BusMessages", BM_Lib_IsServiceAvailable_BusMessages),
          bench::IsSmokeRun() ? 0 : 2000);
     Tune(benchmark::RegisterBenchmark("BM_Memory_ClientAfterRequests", BM_Memory_ClientAfterRequests)
-             ->Unit(benchmark::kSecond), 1);
+             ->Unit(benchmark::kSecond),
+         1);
 }
 
 }  // namespace

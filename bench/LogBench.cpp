@@ -25,7 +25,8 @@ void BM_Log_Written(benchmark::State& state) {
 }
 
 void BM_Log_FilteredOut(benchmark::State& state) {
-    for (auto _ : state) benchmark::DoNotOptimize(TLOG_TRACE("GetDisclaimerNum called with requester: %d", g_Requester));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(TLOG_TRACE("GetDisclaimerNum called with requester: %d", g_Requester));
 }
 
 // The file the log writes to, or /dev/null when it writes to no file.
@@ -42,7 +43,8 @@ void BM_Baseline_WriteLine(benchmark::State& state) {
         "\033[32mGetDisclaimerNum called with requester: 2\033[0m\n";
     const int fd = OpenLogTarget();
     for (auto _ : state) {
-        if (write(fd, line.data(), line.size()) != static_cast<ssize_t>(line.size())) state.SkipWithError("write failed");
+        if (write(fd, line.data(), line.size()) != static_cast<ssize_t>(line.size()))
+            state.SkipWithError("write failed");
     }
     close(fd);
 }

@@ -19,13 +19,14 @@ namespace {
 
 const char kAgreementKey[] = "db/veranti/disclaimeragrees";
 const char kTitlesKey[] = "db/veranti/terms_title";
-const char kTitles[] =
-    R"([{"title":"Terms & Conditions"},{"title":"Privacy Notice"},{"title":"Recommendations"},)"
-    R"({"title":"Voice Control"},{"title":"Personalised Advertising"},{"title":"Nimbra Services"},)"
-    R"({"title":"Open Source Notice"}])";
+const char kTitles[] = R"([{"title":"Terms & Conditions"},{"title":"Privacy Notice"},{"title":"Recommendations"},)"
+                       R"({"title":"Voice Control"},{"title":"Personalised Advertising"},{"title":"Nimbra Services"},)"
+                       R"({"title":"Open Source Notice"}])";
 const int kTitleIndex = 3;
 
-std::string IdAt(long index) { return "disclaimer-" + std::to_string(index); }
+std::string IdAt(long index) {
+    return "disclaimer-" + std::to_string(index);
+}
 
 // A cache of `count` ids, every other one agreed; the id looked up is in the middle.
 std::string AgreementCache(long count) {
@@ -36,7 +37,9 @@ std::string AgreementCache(long count) {
     return Json::writeString(writer, cache);
 }
 
-std::string LookedUpId(long count) { return IdAt(count / 2 - (count / 2) % 2); }
+std::string LookedUpId(long count) {
+    return IdAt(count / 2 - (count / 2) % 2);
+}
 
 void Store(const char* key, const std::string& value) {
     if (vconf_set_str(key, value.c_str()) != 0) std::abort();
@@ -89,8 +92,8 @@ void BM_Baseline_ReadAndParseAgreementsNewReader(benchmark::State& state) {
         const std::string text = ReadKey(kAgreementKey);
         const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
         Json::Value root;
-        const bool agreed = reader->parse(text.data(), text.data() + text.size(), &root, nullptr) &&
-                            root[id].asString() == "true";
+        const bool agreed =
+            reader->parse(text.data(), text.data() + text.size(), &root, nullptr) && root[id].asString() == "true";
         if (!agreed) state.SkipWithError("the id is not agreed in the baseline");
     });
 }

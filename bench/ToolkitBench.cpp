@@ -32,9 +32,13 @@ const size_t kMaxBusMessage = 32u * 1024u * 1024u;
 
 // ---- The largest payload the bus takes in one call ----
 
-size_t AlignUp(size_t offset, size_t alignment) { return (offset + alignment - 1) / alignment * alignment; }
+size_t AlignUp(size_t offset, size_t alignment) {
+    return (offset + alignment - 1) / alignment * alignment;
+}
 
-size_t StringEnd(size_t offset, const std::string& text) { return AlignUp(offset, 4) + 4 + text.size() + 1; }
+size_t StringEnd(size_t offset, const std::string& text) {
+    return AlignUp(offset, 4) + 4 + text.size() + 1;
+}
 
 // The wire size of a SendMessageWithBuffer call as the bus forwards it
 // (header fields path, interface, member, destination, sender, signature;
@@ -129,7 +133,8 @@ void BM_Bare_GDBusPayloadOut(benchmark::State& state) {
     const unsigned char* bytes = PayloadBytes(size).data();
     for (auto _ : state) {
         GVariant* arguments = bench::PayloadArguments(kFrom, 0, "", bench::kAvailabilityRequest, bytes, size);
-        if (!ReadBareReply(bench::BareGDBusCall("SendMessageWithBuffer", arguments))) state.SkipWithError("call failed");
+        if (!ReadBareReply(bench::BareGDBusCall("SendMessageWithBuffer", arguments)))
+            state.SkipWithError("call failed");
     }
     ReportPayload(state, size);
 }

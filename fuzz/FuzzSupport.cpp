@@ -54,7 +54,9 @@ void StoreInput(const char* key, const uint8_t* data, size_t size) {
     if (vconf_set_str(key, TextUpToNul(data, size).c_str()) != 0) Fail("cannot store the input");
 }
 
-std::string MakeScratchDirectory(const char* name) { return MakeDirectory(name); }
+std::string MakeScratchDirectory(const char* name) {
+    return MakeDirectory(name);
+}
 
 void Fail(const char* what) {
     std::fprintf(stderr, "fuzz target invariant broken: %s\n", what);
@@ -65,7 +67,7 @@ void Fail(const char* what) {
 
 // The platform log for the fuzz targets: formats every line, keeps none.
 extern "C" __attribute__((visibility("default"), format(printf, 4, 5))) int __dlog_print(int, int, const char* tag,
-                                                                                          const char* fmt, ...) {
+                                                                                         const char* fmt, ...) {
     if (!tag || !fmt) return -22;
     static thread_local char line[4096];
     va_list args;

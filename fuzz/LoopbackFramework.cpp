@@ -45,9 +45,13 @@ bool ParseReply(const std::string& text, Json::Value& body) {
 
 }  // namespace
 
-void SetDefaultReply(std::string text) { State().defaultText = std::move(text); }
+void SetDefaultReply(std::string text) {
+    State().defaultText = std::move(text);
+}
 
-void SetReply(const std::string& name, std::string text) { State().byName[name] = std::move(text); }
+void SetReply(const std::string& name, std::string text) {
+    State().byName[name] = std::move(text);
+}
 
 void ClearReplies() {
     State().defaultText.clear();
@@ -55,7 +59,9 @@ void ClearReplies() {
     State().requests = 0;
 }
 
-unsigned RequestCount() { return State().requests; }
+unsigned RequestCount() {
+    return State().requests;
+}
 
 }  // namespace loopback
 
@@ -72,7 +78,9 @@ bool TCServer::CreateDBusProxy() {
     return true;
 }
 
-void TCServer::CloseDBusProxy() { m_bProxyOpen = false; }
+void TCServer::CloseDBusProxy() {
+    m_bProxyOpen = false;
+}
 
 bool TCServer::SendMessage(const char* dest, const TCMessage* request, bool sync, TCMessage* reply, int) {
     if (!dest || !request) return false;

@@ -15,8 +15,8 @@
 namespace {
 
 const char* const kTypes[] = {
-    "(suss)",  "(sussa(y))", "(sussay)", "(s)",         "(sussa(y)s)", "(ssss)",
-    "(susv)",  "a(y)",       "(uuss)",   "((suss)a(y))", "(sussav)",   "()",
+    "(suss)", "(sussa(y))", "(sussay)", "(s)",          "(sussa(y)s)", "(ssss)",
+    "(susv)", "a(y)",       "(uuss)",   "((suss)a(y))", "(sussav)",    "()",
 };
 constexpr size_t kTypeCount = sizeof kTypes / sizeof kTypes[0];
 
@@ -25,7 +25,8 @@ bool SameText(const char* a, const char* b) {
 }
 
 bool SamePayload(const TermsDbusMessage& a, const TermsDbusMessage& b) {
-    return a.buffer_size == b.buffer_size && (a.buffer_size == 0 || std::memcmp(a.buffer, b.buffer, a.buffer_size) == 0);
+    return a.buffer_size == b.buffer_size &&
+           (a.buffer_size == 0 || std::memcmp(a.buffer, b.buffer, a.buffer_size) == 0);
 }
 
 // Encodes the record as a reply and decodes that reply.

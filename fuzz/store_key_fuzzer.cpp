@@ -52,8 +52,8 @@ void CheckRefusedKey(const std::string& key) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string& root = fuzzsupport::UseTemporaryStore();
     const std::string key = fuzzsupport::TextUpToNul(data, size);
-    const std::string value = key.size() < size ? fuzzsupport::TextUpToNul(data + key.size() + 1, size - key.size() - 1)
-                                                : std::string();
+    const std::string value =
+        key.size() < size ? fuzzsupport::TextUpToNul(data + key.size() + 1, size - key.size() - 1) : std::string();
     if (vconf_key_is_valid(key.c_str())) {
         CheckAcceptedKey(root, key, value);
     } else {

@@ -77,8 +77,7 @@ VERANTI_EXPORT int GetDisclaimerItemAgreement(const char* id);
 VERANTI_EXPORT int SetDisclaimerItemsAgreements(const char* agreements);
 VERANTI_EXPORT char* GetInfoForDisclaimerWebView(void);
 VERANTI_EXPORT void GetDisclaimerDetail(const char* id, TermsItemCallback callback, void* user_data);
-VERANTI_EXPORT void GetAllDisclaimerDetail(TermsRequester requester, TermsItemListCallback callback,
-                                           void* user_data);
+VERANTI_EXPORT void GetAllDisclaimerDetail(TermsRequester requester, TermsItemListCallback callback, void* user_data);
 
 /* Flat exports for C# callers. Call CSharpGetInstance first and
  * CSharpDestroy last. CSharpGetDisclaimerItemAgreement always returns 0;

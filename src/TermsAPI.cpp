@@ -55,11 +55,11 @@ const TextField kTextFields[] = {
 
 // The order in which DestroyTermItem releases the texts.
 const TextOfRecord kReleaseOrder[] = {
-    &TermsContentItem::strButton1,  &TermsContentItem::strButton2, &TermsContentItem::strButton3,
-    &TermsContentItem::strButton4,  &TermsContentItem::strButton5, &TermsContentItem::strButton6,
-    &TermsContentItem::strButton7,  &TermsContentItem::strButton8, &TermsContentItem::strButton9,
-    &TermsContentItem::strButton10, &TermsContentItem::strDetails, &TermsContentItem::strItemId,
-    &TermsContentItem::strIntro,    &TermsContentItem::strTitle,   &TermsContentItem::strVersion,
+    &TermsContentItem::strButton1,         &TermsContentItem::strButton2, &TermsContentItem::strButton3,
+    &TermsContentItem::strButton4,         &TermsContentItem::strButton5, &TermsContentItem::strButton6,
+    &TermsContentItem::strButton7,         &TermsContentItem::strButton8, &TermsContentItem::strButton9,
+    &TermsContentItem::strButton10,        &TermsContentItem::strDetails, &TermsContentItem::strItemId,
+    &TermsContentItem::strIntro,           &TermsContentItem::strTitle,   &TermsContentItem::strVersion,
     &TermsContentItem::strAgreeDependency,
 };
 
@@ -68,7 +68,9 @@ void ReleaseText(char*& text) {
     text = nullptr;
 }
 
-CVerantiAPI* Client() { return CVerantiAPI::GetInstance(); }
+CVerantiAPI* Client() {
+    return CVerantiAPI::GetInstance();
+}
 
 }  // namespace
 
@@ -349,8 +351,8 @@ int CloseTermsDbusServer(const char* name) {
     return 1;
 }
 
-void InitiateTermsDbusMessage(TermsDbusMessage* msg, char* from, uint32_t code, char* type, char* message,
-                              void* buffer, uint32_t buffer_size) {
+void InitiateTermsDbusMessage(TermsDbusMessage* msg, char* from, uint32_t code, char* type, char* message, void* buffer,
+                              uint32_t buffer_size) {
     msg->from = from;
     msg->code = code;
     msg->type = type;
@@ -361,7 +363,7 @@ void InitiateTermsDbusMessage(TermsDbusMessage* msg, char* from, uint32_t code, 
 
 void ReleaseTermsDbusMessage(TermsDbusMessage* msg) {
     for (char** text : {&msg->from, &msg->type, &msg->message}) {
-        delete[] *text;
+        delete[] * text;
         *text = nullptr;
     }
     delete[] msg->buffer;
@@ -376,4 +378,6 @@ char* CopyTermsDbusString(const char* text) {
     return copy;
 }
 
-unsigned char* AllocateTermsDbusBuffer(uint32_t size) { return new (std::nothrow) unsigned char[size](); }
+unsigned char* AllocateTermsDbusBuffer(uint32_t size) {
+    return new (std::nothrow) unsigned char[size]();
+}

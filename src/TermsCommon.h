@@ -42,7 +42,9 @@ inline std::optional<std::string> ReadStoreText(const char* key) {
     return std::string(value.get());
 }
 
-inline const char* BoolText(bool value) { return value ? "true" : "false"; }
+inline const char* BoolText(bool value) {
+    return value ? "true" : "false";
+}
 
 }  // namespace terms
 

@@ -9,29 +9,29 @@ using namespace TermsDbusUtil;
 
 // The exported interface; "%s" is the service name. "a*" accepts the "a(y)"
 // payload the encodings send.
-#define TERMS_DBUS_INTROSPECTION_TEMPLATE \
-    "<node>\t" \
-    " <interface name='%s'>\t" \
-    "     <method name='SendMessage'>\t" \
-    "         <arg type='s' name='from' direction='in'/>            <arg type='u' name='code' direction='in'/>\t" \
-    "         <arg type='s' name='type' direction='in'/>\t" \
-    "         <arg type='s' name='message' direction='in'/>\t" \
-    "         <arg type='s' name='from' direction='out'/>\t" \
-    "         <arg type='u' name='code' direction='out'/>\t" \
-    "         <arg type='s' name='type' direction='out'/>\t" \
-    "         <arg type='s' name='message' direction='out'/>\t" \
-    "         <arg type='a*' name='buffer' direction='out'/>\t" \
-    "     </method>\t" \
-    "     <method name='SendMessageWithBuffer'>\t" \
-    "         <arg type='s' name='from' direction='in'/>            <arg type='u' name='code' direction='in'/>\t" \
-    "         <arg type='s' name='type' direction='in'/>\t" \
-    "         <arg type='s' name='message' direction='in'/>\t" \
-    "         <arg type='a*' name='buffer' direction='in'/>\t" \
+#define TERMS_DBUS_INTROSPECTION_TEMPLATE                                                                           \
+    "<node>\t"                                                                                                      \
+    " <interface name='%s'>\t"                                                                                      \
+    "     <method name='SendMessage'>\t"                                                                            \
+    "         <arg type='s' name='from' direction='in'/>            <arg type='u' name='code' direction='in'/>\t"   \
+    "         <arg type='s' name='type' direction='in'/>\t"                                                         \
+    "         <arg type='s' name='message' direction='in'/>\t"                                                      \
+    "         <arg type='s' name='from' direction='out'/>\t"                                                        \
+    "         <arg type='u' name='code' direction='out'/>\t"                                                        \
+    "         <arg type='s' name='type' direction='out'/>\t"                                                        \
+    "         <arg type='s' name='message' direction='out'/>\t"                                                     \
+    "         <arg type='a*' name='buffer' direction='out'/>\t"                                                     \
+    "     </method>\t"                                                                                              \
+    "     <method name='SendMessageWithBuffer'>\t"                                                                  \
+    "         <arg type='s' name='from' direction='in'/>            <arg type='u' name='code' direction='in'/>\t"   \
+    "         <arg type='s' name='type' direction='in'/>\t"                                                         \
+    "         <arg type='s' name='message' direction='in'/>\t"                                                      \
+    "         <arg type='a*' name='buffer' direction='in'/>\t"                                                      \
     "         <arg type='s' name='from' direction='out'/>            <arg type='u' name='code' direction='out'/>\t" \
-    "         <arg type='s' name='type' direction='out'/>\t" \
-    "         <arg type='s' name='message' direction='out'/>\t" \
-    "         <arg type='a*' name='buffer' direction='out'/>\t" \
-    "     </method>\t" \
+    "         <arg type='s' name='type' direction='out'/>\t"                                                        \
+    "         <arg type='s' name='message' direction='out'/>\t"                                                     \
+    "         <arg type='a*' name='buffer' direction='out'/>\t"                                                     \
+    "     </method>\t"                                                                                              \
     " </interface></node>"
 
 namespace {
@@ -41,7 +41,9 @@ const GBusNameOwnerFlags kOwnerFlags =
     static_cast<GBusNameOwnerFlags>(G_BUS_NAME_OWNER_FLAGS_ALLOW_REPLACEMENT | G_BUS_NAME_OWNER_FLAGS_REPLACE);
 const size_t kIntrospectionBufferSize = 2048;
 
-const char* TextOrEmpty(const char* text) { return text ? text : ""; }
+const char* TextOrEmpty(const char* text) {
+    return text ? text : "";
+}
 
 // GDBus guards its calls against malformed names with criticals (which a
 // process may have made fatal) instead of failing them, so names that come
@@ -76,7 +78,9 @@ const GDBusInterfaceVTable TermsDbusServer::m_gVTable = {TermsDbusServer::m_Obje
 
 TermsDbusServer::TermsDbusServer(std::string name) : m_strOrginalName(std::move(name)) {}
 
-TermsDbusServer::~TermsDbusServer() { TLOG_INFO_TRACE(""); }
+TermsDbusServer::~TermsDbusServer() {
+    TLOG_INFO_TRACE("");
+}
 
 bool TermsDbusServer::CreateDbusServer(std::string serviceName) {
     if (serviceName.empty()) {
@@ -123,11 +127,11 @@ bool TermsDbusServer::CreateDbusServer(std::string serviceName) {
     m_strObjectPath = GetObjectPath(m_strServiceName);
     TLOG_INFO_TRACE("Register Obj Path: %s", m_strObjectPath.c_str());
 
-    m_nRegistrationId = IsAddressable(m_strObjectPath, m_strServiceName, "SendMessage")
-                            ? g_dbus_connection_register_object(m_pConnection, m_strObjectPath.c_str(),
-                                                                m_pNodeInfo->interfaces[0], &m_gVTable, this,
-                                                                nullptr, nullptr)
-                            : 0;
+    m_nRegistrationId =
+        IsAddressable(m_strObjectPath, m_strServiceName, "SendMessage")
+            ? g_dbus_connection_register_object(m_pConnection, m_strObjectPath.c_str(), m_pNodeInfo->interfaces[0],
+                                                &m_gVTable, this, nullptr, nullptr)
+            : 0;
     TLOG_INFO_TRACE("Get register id : %u", m_nRegistrationId);
     if (m_nRegistrationId == 0) {
         TLOG_ERROR("Register Obj Path Fail!");
@@ -182,12 +186,11 @@ bool TermsDbusServer::SendDbusSignal(std::string signalName, const TermsDbusMess
     }
     GVariant* body = g_variant_ref_sink(MakeSignalDataToParams(msg));
     GError* error = nullptr;
-    const bool emitted =
-        IsAddressable(m_strObjectPath, m_strServiceName, signalName.c_str()) &&
-        FitsInBusMessage(body, {m_strObjectPath.c_str(), m_strServiceName.c_str(), signalName.c_str(),
-                                g_dbus_connection_get_unique_name(m_pConnection)}) &&
-        g_dbus_connection_emit_signal(m_pConnection, nullptr, m_strObjectPath.c_str(), m_strServiceName.c_str(),
-                                      signalName.c_str(), body, &error);
+    const bool emitted = IsAddressable(m_strObjectPath, m_strServiceName, signalName.c_str()) &&
+                         FitsInBusMessage(body, {m_strObjectPath.c_str(), m_strServiceName.c_str(), signalName.c_str(),
+                                                 g_dbus_connection_get_unique_name(m_pConnection)}) &&
+                         g_dbus_connection_emit_signal(m_pConnection, nullptr, m_strObjectPath.c_str(),
+                                                       m_strServiceName.c_str(), signalName.c_str(), body, &error);
     g_variant_unref(body);
     if (error) {
         TLOG_ERROR("faile to  invoking emit signal(%s %d)", error->message, error->code);
@@ -277,8 +280,8 @@ void TermsDbusServer::m_OnNameLost(GDBusConnection*, const gchar*, gpointer user
 }
 
 void TermsDbusServer::m_ObjectCallback(GDBusConnection*, const gchar*, const gchar*, const gchar*,
-                                       const gchar* methodName, GVariant* parameters,
-                                       GDBusMethodInvocation* invocation, gpointer userData) {
+                                       const gchar* methodName, GVariant* parameters, GDBusMethodInvocation* invocation,
+                                       gpointer userData) {
     TLOG_INFO_TRACE("get message");
     const auto* server = static_cast<TermsDbusServer*>(userData);
     if (!parameters || !server) {

@@ -34,7 +34,9 @@ private:
     gchar* m_pRepaired;
 };
 
-bool HasPayload(const TermsDbusMessage& msg) { return msg.buffer_size != 0 && msg.buffer != nullptr; }
+bool HasPayload(const TermsDbusMessage& msg) {
+    return msg.buffer_size != 0 && msg.buffer != nullptr;
+}
 
 // An "a(y)" over the bytes in place: its serialised form is the bytes
 // themselves. `release` runs on `data` once GLib lets the value go.
@@ -42,11 +44,17 @@ GVariant* WrapBytes(const void* data, size_t size, GDestroyNotify release = null
     return g_variant_new_from_data(G_VARIANT_TYPE(kPayloadType), data, size, TRUE, release, const_cast<void*>(data));
 }
 
-GVariant* WrapPayload(const TermsDbusMessage& msg) { return WrapBytes(msg.buffer, msg.buffer_size); }
+GVariant* WrapPayload(const TermsDbusMessage& msg) {
+    return WrapBytes(msg.buffer, msg.buffer_size);
+}
 
-void ReleaseBuffer(gpointer buffer) { delete[] static_cast<unsigned char*>(buffer); }
+void ReleaseBuffer(gpointer buffer) {
+    delete[] static_cast<unsigned char*>(buffer);
+}
 
-GVariant* MakePlaceholder() { return WrapBytes(kPlaceholder, sizeof(kPlaceholder)); }
+GVariant* MakePlaceholder() {
+    return WrapBytes(kPlaceholder, sizeof(kPlaceholder));
+}
 
 // The four texts and the code, plus the payload when one is given.
 GVariant* MakeTuple(const TermsDbusMessage& msg, GVariant* payload) {
@@ -99,23 +107,46 @@ void ReadWithPayload(GVariant* params, const char* typeString, TermsDbusMessage&
 // alignment; a struct or dict entry to 8, an array's length to 4 and its
 // first element to the element's alignment. Sizes are counted in 64 bits, so
 // a payload of up to 4 GiB (8 wire bytes a byte) cannot wrap on any target.
-uint64_t AlignUp(uint64_t offset, uint64_t alignment) { return (offset + alignment - 1) / alignment * alignment; }
+uint64_t AlignUp(uint64_t offset, uint64_t alignment) {
+    return (offset + alignment - 1) / alignment * alignment;
+}
 
 uint64_t WireAlignment(char typeCode) {
     switch (typeCode) {
-        case 'y': case 'g': case 'v': return 1;
-        case 'n': case 'q': return 2;
-        case 'b': case 'i': case 'u': case 'h': case 's': case 'o': case 'a': return 4;
-        default: return 8;
+        case 'y':
+        case 'g':
+        case 'v':
+            return 1;
+        case 'n':
+        case 'q':
+            return 2;
+        case 'b':
+        case 'i':
+        case 'u':
+        case 'h':
+        case 's':
+        case 'o':
+        case 'a':
+            return 4;
+        default:
+            return 8;
     }
 }
 
 uint64_t FixedWireSize(char typeCode) {
     switch (typeCode) {
-        case 'y': return 1;
-        case 'n': case 'q': return 2;
-        case 'b': case 'i': case 'u': case 'h': return 4;
-        default: return 8;
+        case 'y':
+            return 1;
+        case 'n':
+        case 'q':
+            return 2;
+        case 'b':
+        case 'i':
+        case 'u':
+        case 'h':
+            return 4;
+        default:
+            return 8;
     }
 }
 
@@ -154,7 +185,8 @@ uint64_t WireEnd(GVariant* value, uint64_t offset) {
     const char typeCode = *g_variant_get_type_string(value);
     gsize length = 0;
     switch (typeCode) {
-        case 's': case 'o':
+        case 's':
+        case 'o':
             g_variant_get_string(value, &length);
             return AlignUp(offset, 4) + 4 + length + 1;
         case 'g':
@@ -168,7 +200,8 @@ uint64_t WireEnd(GVariant* value, uint64_t offset) {
         }
         case 'a':
             return ArrayWireEnd(value, offset);
-        case '(': case '{':
+        case '(':
+        case '{':
             return ChildrenWireEnd(value, AlignUp(offset, 8));
         default:
             return AlignUp(offset, WireAlignment(typeCode)) + FixedWireSize(typeCode);

@@ -17,9 +17,9 @@
 #define TLOG_COLOUR_RED "\033[31m"
 #define TLOG_COLOUR_RESET "\033[0m"
 
-#define TLOG_WRITE_FOR(function, logId, prio, colour, fmt, ...)                                                   \
-    __dlog_print((logId), (prio), LOG_TAG, "%s: %s(%d) > " colour fmt TLOG_COLOUR_RESET "\n", __FILE_NAME__, (function), \
-                 __LINE__, ##__VA_ARGS__)
+#define TLOG_WRITE_FOR(function, logId, prio, colour, fmt, ...)                                              \
+    __dlog_print((logId), (prio), LOG_TAG, "%s: %s(%d) > " colour fmt TLOG_COLOUR_RESET "\n", __FILE_NAME__, \
+                 (function), __LINE__, ##__VA_ARGS__)
 
 // Each level in two forms: the line names the function it is written in, or
 // (the _FOR form) the function a helper writes it for.

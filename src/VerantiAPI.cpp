@@ -87,7 +87,9 @@ private:
 };
 
 // "result" of a reply, looked up with the inserting subscript: missing reads as false.
-bool ReadResult(Corvane::TCMessage& reply) { return reply.body["result"].asBool(); }
+bool ReadResult(Corvane::TCMessage& reply) {
+    return reply.body["result"].asBool();
+}
 
 // Sends the request and answers "sent and result".
 bool SendPlainRequest(CTermsExchange& exchange, const Corvane::TCMessage& request) {
@@ -96,7 +98,9 @@ bool SendPlainRequest(CTermsExchange& exchange, const Corvane::TCMessage& reques
     return sent && ReadResult(reply);
 }
 
-void SetMethod(Corvane::TCMessage& request, const char* method) { request.body["method"] = method; }
+void SetMethod(Corvane::TCMessage& request, const char* method) {
+    request.body["method"] = method;
+}
 
 void SetMethodWithData(Corvane::TCMessage& request, const char* method) {
     SetMethod(request, method);
@@ -141,36 +145,59 @@ struct MemberBinding {
     bool Item::*flag;
 };
 
-constexpr MemberBinding Text(const char* name, std::string Item::*field) { return {name, field, nullptr, nullptr}; }
-constexpr MemberBinding Number(const char* name, int Item::*field) { return {name, nullptr, field, nullptr}; }
-constexpr MemberBinding Flag(const char* name, bool Item::*field) { return {name, nullptr, nullptr, field}; }
+constexpr MemberBinding Text(const char* name, std::string Item::*field) {
+    return {name, field, nullptr, nullptr};
+}
+constexpr MemberBinding Number(const char* name, int Item::*field) {
+    return {name, nullptr, field, nullptr};
+}
+constexpr MemberBinding Flag(const char* name, bool Item::*field) {
+    return {name, nullptr, nullptr, field};
+}
 
 // The members a revised-disclaimers reply fills, in reading order.
 const MemberBinding kRevisedMembers[] = {
-    Text("id", &Item::strItemId),           Text("title", &Item::strTitle),
-    Text("intro", &Item::strIntro),         Text("details", &Item::strDetails),
-    Text("button1", &Item::strButton1),     Text("button2", &Item::strButton2),
-    Text("button3", &Item::strButton3),     Text("button4", &Item::strButton4),
-    Text("button5", &Item::strButton5),     Text("button6", &Item::strButton6),
-    Text("button7", &Item::strButton7),     Text("button8", &Item::strButton8),
+    Text("id", &Item::strItemId),
+    Text("title", &Item::strTitle),
+    Text("intro", &Item::strIntro),
+    Text("details", &Item::strDetails),
+    Text("button1", &Item::strButton1),
+    Text("button2", &Item::strButton2),
+    Text("button3", &Item::strButton3),
+    Text("button4", &Item::strButton4),
+    Text("button5", &Item::strButton5),
+    Text("button6", &Item::strButton6),
+    Text("button7", &Item::strButton7),
+    Text("button8", &Item::strButton8),
     Text("agree_dependency", &Item::strAgreeDependency),
-    Flag("is_agreed", &Item::bIsAgreed),    Flag("reverse", &Item::bReverse),
+    Flag("is_agreed", &Item::bIsAgreed),
+    Flag("reverse", &Item::bReverse),
     Flag("ppused", &Item::bPPUsed),
 };
 
 // The members a disclaimer-detail reply fills: all of them, in reading order.
 const MemberBinding kDetailMembers[] = {
-    Text("id", &Item::strItemId),           Number("order", &Item::nOrder),
-    Text("version", &Item::strVersion),     Text("title", &Item::strTitle),
-    Text("intro", &Item::strIntro),         Text("details", &Item::strDetails),
-    Text("button1", &Item::strButton1),     Text("button2", &Item::strButton2),
-    Text("button3", &Item::strButton3),     Text("button4", &Item::strButton4),
-    Text("button5", &Item::strButton5),     Text("button6", &Item::strButton6),
-    Text("button7", &Item::strButton7),     Text("button8", &Item::strButton8),
-    Text("button9", &Item::strButton9),     Text("button10", &Item::strButton10),
-    Flag("is_agreed", &Item::bIsAgreed),    Flag("only_notice", &Item::bOnlyNotice),
+    Text("id", &Item::strItemId),
+    Number("order", &Item::nOrder),
+    Text("version", &Item::strVersion),
+    Text("title", &Item::strTitle),
+    Text("intro", &Item::strIntro),
+    Text("details", &Item::strDetails),
+    Text("button1", &Item::strButton1),
+    Text("button2", &Item::strButton2),
+    Text("button3", &Item::strButton3),
+    Text("button4", &Item::strButton4),
+    Text("button5", &Item::strButton5),
+    Text("button6", &Item::strButton6),
+    Text("button7", &Item::strButton7),
+    Text("button8", &Item::strButton8),
+    Text("button9", &Item::strButton9),
+    Text("button10", &Item::strButton10),
+    Flag("is_agreed", &Item::bIsAgreed),
+    Flag("only_notice", &Item::bOnlyNotice),
     Text("agree_dependency", &Item::strAgreeDependency),
-    Flag("ppused", &Item::bPPUsed),         Flag("reverse", &Item::bReverse),
+    Flag("ppused", &Item::bPPUsed),
+    Flag("reverse", &Item::bReverse),
 };
 
 // Copies the bound members of one disclaimer object into the record. A
@@ -375,7 +402,9 @@ void CVerantiAPI::Destroy() {
     g_mutex_unlock(&g_InstanceMutex);
 }
 
-void CVerantiAPI::m_InitProxy() { TLOG_TRACE("CVerantiAPI m_InitProxy"); }
+void CVerantiAPI::m_InitProxy() {
+    TLOG_TRACE("CVerantiAPI m_InitProxy");
+}
 
 void CVerantiAPI::m_FinalProxy() {}
 
@@ -594,8 +623,8 @@ STHomeDisclaimerContentItem::STHomeDisclaimerContentItem() {
     vecDetailData.clear();
 }
 
-bool CVerantiAPI::GetRevisedDisclaimers(std::vector<STHomeDisclaimerContentItem*>& vecItems,
-                                        std::string strProductType, std::string strTerms) {
+bool CVerantiAPI::GetRevisedDisclaimers(std::vector<STHomeDisclaimerContentItem*>& vecItems, std::string strProductType,
+                                        std::string strTerms) {
     TLOG_INFO("GetRevisedDisclaimers called");
     IsServiceAvailable();
     CTermsExchange exchange;
@@ -619,8 +648,8 @@ bool CVerantiAPI::GetRevisedDisclaimers(std::vector<STHomeDisclaimerContentItem*
     return true;
 }
 
-int CVerantiAPI::GetDisclaimerDetail(STHomeDisclaimerContentItem& item, int index,
-                                     EHomeDisclaimerRequester requester, std::string strProductType) {
+int CVerantiAPI::GetDisclaimerDetail(STHomeDisclaimerContentItem& item, int index, EHomeDisclaimerRequester requester,
+                                     std::string strProductType) {
     TLOG_INFO("GetDisclaimerDetail called for index: %d and requester: %d", index, static_cast<int>(requester));
     IsServiceAvailable();
     CTermsExchange exchange;
@@ -678,8 +707,7 @@ bool CVerantiAPI::IsDisclaimerItemExist(const std::string& strItemId, std::strin
     return SendPlainRequest(exchange, request);
 }
 
-int CVerantiAPI::GetDisclaimerItemAgreement(const std::string& strItemId, int* pIsAgreed,
-                                            std::string productType) {
+int CVerantiAPI::GetDisclaimerItemAgreement(const std::string& strItemId, int* pIsAgreed, std::string productType) {
     if (productType != kProductTypeTV) {
         IsServiceAvailable();
         AskServiceForAgreement(strItemId, pIsAgreed, productType, __func__);

@@ -104,8 +104,8 @@ static int format_header(char* out, size_t size, const char* stamp, int log_id, 
 /* Formats header, message and, when the message lacks one, a newline into a
  * stack buffer, or into a heap buffer of the exact size when the line is
  * longer, then emits the line. */
-__attribute__((format(printf, 4, 0)))
-static int format_and_emit(int log_id, int prio, const char* tag, const char* fmt, va_list args) {
+__attribute__((format(printf, 4, 0))) static int format_and_emit(int log_id, int prio, const char* tag, const char* fmt,
+                                                                 va_list args) {
     char stack_line[STACK_LINE_SIZE];
     char stamp[TIMESTAMP_LENGTH + 1];
     format_timestamp(stamp);

@@ -27,19 +27,19 @@ enum {
     LAYOUT_VALUES
 };
 
-#define HEADER_LAYOUT_FILL(values)                                                            \
-    do {                                                                                      \
-        (values)[LAYOUT_ITEM_SIZE] = sizeof(TermsContentItem);                                \
-        (values)[LAYOUT_ITEM_ORDER] = offsetof(TermsContentItem, nOrder);                     \
-        (values)[LAYOUT_ITEM_AGREED] = offsetof(TermsContentItem, bIsAgreed);                 \
-        (values)[LAYOUT_ITEM_DEPENDENCY] = offsetof(TermsContentItem, strAgreeDependency);    \
-        (values)[LAYOUT_ITEM_DETAILS] = offsetof(TermsContentItem, ppDetailData);             \
-        (values)[LAYOUT_ITEM_COUNT] = offsetof(TermsContentItem, nDetailDataCount);           \
-        (values)[LAYOUT_REQUESTER_SIZE] = sizeof(TermsRequester);                             \
-        (values)[LAYOUT_MESSAGE_SIZE] = sizeof(TermsDbusMessage);                             \
-        (values)[LAYOUT_MESSAGE_BUFFER] = offsetof(TermsDbusMessage, buffer);                 \
-        (values)[LAYOUT_MESSAGE_BUFFER_SIZE] = offsetof(TermsDbusMessage, buffer_size);       \
-        (values)[LAYOUT_CALLBACK_TYPE_SIZE] = sizeof(TermsDbusCallbackType);                  \
+#define HEADER_LAYOUT_FILL(values)                                                         \
+    do {                                                                                   \
+        (values)[LAYOUT_ITEM_SIZE] = sizeof(TermsContentItem);                             \
+        (values)[LAYOUT_ITEM_ORDER] = offsetof(TermsContentItem, nOrder);                  \
+        (values)[LAYOUT_ITEM_AGREED] = offsetof(TermsContentItem, bIsAgreed);              \
+        (values)[LAYOUT_ITEM_DEPENDENCY] = offsetof(TermsContentItem, strAgreeDependency); \
+        (values)[LAYOUT_ITEM_DETAILS] = offsetof(TermsContentItem, ppDetailData);          \
+        (values)[LAYOUT_ITEM_COUNT] = offsetof(TermsContentItem, nDetailDataCount);        \
+        (values)[LAYOUT_REQUESTER_SIZE] = sizeof(TermsRequester);                          \
+        (values)[LAYOUT_MESSAGE_SIZE] = sizeof(TermsDbusMessage);                          \
+        (values)[LAYOUT_MESSAGE_BUFFER] = offsetof(TermsDbusMessage, buffer);              \
+        (values)[LAYOUT_MESSAGE_BUFFER_SIZE] = offsetof(TermsDbusMessage, buffer_size);    \
+        (values)[LAYOUT_CALLBACK_TYPE_SIZE] = sizeof(TermsDbusCallbackType);               \
     } while (0)
 
 /* Filled by the translation unit compiled as C99. */

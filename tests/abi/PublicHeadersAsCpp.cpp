@@ -1,11 +1,10 @@
 // The public C headers compiled as C++, compared with the C99 view of the
 // same records: a header that changes shape under __cplusplus fails here.
-#include "TermsAPI.h"
-#include "TermsDbusAPI.h"
-
 #include <cstdio>
 
 #include "HeaderLayout.h"
+#include "TermsAPI.h"
+#include "TermsDbusAPI.h"
 
 int main() {
     size_t asC[LAYOUT_VALUES] = {};

@@ -107,9 +107,9 @@ protected:
 
     // The texts in field order, then the detail array.
     std::vector<const void*> Pointers() const {
-        return {record.strItemId,  record.strVersion, record.strTitle,   record.strIntro,   record.strDetails,
-                record.strButton1, record.strButton2, record.strButton3, record.strButton4, record.strButton5,
-                record.strButton6, record.strButton7, record.strButton8, record.strButton9, record.strButton10,
+        return {record.strItemId,          record.strVersion,  record.strTitle,   record.strIntro,   record.strDetails,
+                record.strButton1,         record.strButton2,  record.strButton3, record.strButton4, record.strButton5,
+                record.strButton6,         record.strButton7,  record.strButton8, record.strButton9, record.strButton10,
                 record.strAgreeDependency, record.ppDetailData};
     }
     // Order, agreed, only notice, privacy policy used, reverse, detail entries.

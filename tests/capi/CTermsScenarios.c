@@ -21,13 +21,22 @@ static void on_sample(TermsContentItem* item, void* user_data) {
     ++calls;
     CHECK(user_data == &calls);
     const char* const texts[][2] = {
-        {item->strItemId, "privacy-notice"}, {item->strVersion, "3.1"}, {item->strTitle, "Privacy Notice"},
+        {item->strItemId, "privacy-notice"},
+        {item->strVersion, "3.1"},
+        {item->strTitle, "Privacy Notice"},
         {item->strIntro, "How the set uses what you watch"},
         {item->strDetails, "[{\"title\":\"Scope\",\"data\":\"Viewing history\"},{\"data\":\"Kept for one year\"}]"},
-        {item->strButton1, "Agree"}, {item->strButton2, "Disagree"}, {item->strButton3, "Details"},
-        {item->strButton4, "Back"}, {item->strButton5, "Next"}, {item->strButton6, "Later"},
-        {item->strButton7, "Help"}, {item->strButton8, "Close"}, {item->strButton9, NULL},
-        {item->strButton10, NULL}, {item->strAgreeDependency, "terms-of-use"}};
+        {item->strButton1, "Agree"},
+        {item->strButton2, "Disagree"},
+        {item->strButton3, "Details"},
+        {item->strButton4, "Back"},
+        {item->strButton5, "Next"},
+        {item->strButton6, "Later"},
+        {item->strButton7, "Help"},
+        {item->strButton8, "Close"},
+        {item->strButton9, NULL},
+        {item->strButton10, NULL},
+        {item->strAgreeDependency, "terms-of-use"}};
     for (size_t i = 0; i < sizeof texts / sizeof texts[0]; ++i) check_text(texts[i][0], texts[i][1]);
     /* Order, agreed, only notice, privacy policy used, reverse, detail entries. */
     char numbers[80];

@@ -19,16 +19,37 @@ struct Request {
     const char* protocol = "";
 };
 
-void PrintTo(const Request& r, std::ostream* out) { *out << r.label; }
+void PrintTo(const Request& r, std::ostream* out) {
+    *out << r.label;
+}
 
 const Request kCatalogue[] = {
-    {"GetInformationForDisclaimer", false, [](Api a) { Json::Value h; a.GetInformationForDisclaimer(h); return 0; },
+    {"GetInformationForDisclaimer", false,
+     [](Api a) {
+         Json::Value h;
+         a.GetInformationForDisclaimer(h);
+         return 0;
+     },
      R"({"method":"get information for disclaimer","data":null})"},
     {"GetInformationForDisclaimerWebView", false,
-     [](Api a) { Json::Value h; a.GetInformationForDisclaimerWebView(h); return 0; },
+     [](Api a) {
+         Json::Value h;
+         a.GetInformationForDisclaimerWebView(h);
+         return 0;
+     },
      R"({"method":"get information for web view disclaimer","data":null})"},
-    {"DravikCheck", true, [](Api a) { int c = 0, r = 0; return a.DravikCheck(c, r); }, R"({"method":"dravik check"})"},
-    {"DravikCheckWithMessage", true, [](Api a) { int c = 0, r = 0; std::string m; return a.DravikCheck(c, r, m); },
+    {"DravikCheck", true,
+     [](Api a) {
+         int c = 0, r = 0;
+         return a.DravikCheck(c, r);
+     },
+     R"({"method":"dravik check"})"},
+    {"DravikCheckWithMessage", true,
+     [](Api a) {
+         int c = 0, r = 0;
+         std::string m;
+         return a.DravikCheck(c, r, m);
+     },
      R"({"method":"dravik get error info"})"},
     {"RequestDisclaimersRESTAPI", true, [](Api a) { return a.RequestDisclaimersRESTAPI("home", "privacy"); },
      R"({"method":"request disclaimer api","data":null,"product_type":"TV","terms":"privacy","request_from":"home"})"},
@@ -66,18 +87,32 @@ const Request kCatalogue[] = {
      R"({"method":"set one agreement","request_item":"t2","product_type":"TV","is_agreed":true})"},
     {"SetDisclaimerItemAgreementToZero", true, [](Api a) { return a.SetDisclaimerItemAgreement("t2", 0, "TV"); },
      R"({"method":"set one agreement","request_item":"t2","product_type":"TV","is_agreed":false})"},
-    {"GetRevisedDisclaimers", true, [](Api a) { OwnedItems l; return a.GetRevisedDisclaimers(l.items, "AV", "all"); },
+    {"GetRevisedDisclaimers", true,
+     [](Api a) {
+         OwnedItems l;
+         return a.GetRevisedDisclaimers(l.items, "AV", "all");
+     },
      R"({"method":"get revised disclaimers","product_type":"AV","terms":"all","data":null})"},
     {"GetDisclaimerDetailByPosition", true,
-     [](Api a) { Item i; return a.GetDisclaimerDetail(i, 3, E_DISCLAIMER_REQUESTER_1, "AV") == 0; },
+     [](Api a) {
+         Item i;
+         return a.GetDisclaimerDetail(i, 3, E_DISCLAIMER_REQUESTER_1, "AV") == 0;
+     },
      R"({"method":"get disclaimer by order","data":null,"product_type":"AV","requester":1,"request_index":3})"},
-    {"GetDisclaimerDetailById", true, [](Api a) { Item i; return a.GetDisclaimerDetail("t9", i, "AV") == 0; },
+    {"GetDisclaimerDetailById", true,
+     [](Api a) {
+         Item i;
+         return a.GetDisclaimerDetail("t9", i, "AV") == 0;
+     },
      R"({"method":"get disclaimer by term id","product_type":"AV","data":null,"request_item":"t9"})"},
     // Only "TV" exactly is answered from the agreement cache.
     {"IsDisclaimerItemExistForAnotherProduct", true, [](Api a) { return a.IsDisclaimerItemExist("t1", "tv"); },
      R"({"method":"get disclaimer by term id","data":null,"product_type":"tv","request_item":"t1"})"},
     {"GetDisclaimerItemAgreementForAnotherProduct", false,
-     [](Api a) { int agreed = 0; return a.GetDisclaimerItemAgreement("t1", &agreed, "tv") == 0; },
+     [](Api a) {
+         int agreed = 0;
+         return a.GetDisclaimerItemAgreement("t1", &agreed, "tv") == 0;
+     },
      R"({"request_type":"get disclaimer agreement","product_type":"tv","request_item":"t1"})", "common_protocol"},
 };
 
@@ -120,8 +155,12 @@ std::string Dravik(Api a) {
     const bool result = a.DravikCheck(code, reason, message);
     return std::to_string(result) + " " + std::to_string(code) + " " + std::to_string(reason) + " " + message;
 }
-std::string Count(Api a) { return std::to_string(a.GetDisclaimerNum(E_DISCLAIMER_REQUESTER_0, "TV")); }
-std::string Available(Api a) { return std::to_string(a.IsServiceAvailable()); }
+std::string Count(Api a) {
+    return std::to_string(a.GetDisclaimerNum(E_DISCLAIMER_REQUESTER_0, "TV"));
+}
+std::string Available(Api a) {
+    return std::to_string(a.IsServiceAvailable());
+}
 
 const struct {
     const char *name, *reply;  // reply nullptr: a D-Bus error
@@ -129,7 +168,8 @@ const struct {
     std::string gives;
 } kReplies[] = {
     {"dravik get error info", nullptr, Dravik, "0 -1 -1 untouched"},
-    {"dravik get error info", R"({"result":false,"errorcode":4,"errorreason":8,"errormessage":"x"})", Dravik, "0 4 8 x"},
+    {"dravik get error info", R"({"result":false,"errorcode":4,"errorreason":8,"errormessage":"x"})", Dravik,
+     "0 4 8 x"},
     {"dravik get error info", R"({"result":true})", Dravik, "1 0 0 "},
     {"get disclaimer number", R"({"result":true,"number":4})", Count, "4"},
     {"get disclaimer number", R"({"result":false,"number":4})", Count, "0"},
@@ -207,9 +247,13 @@ TEST_F(AnErrorDescriptor, RoundTripsThroughCompactJsonReadsWhatIsMissingAsZeroAn
         std::string text;
         int code, reason;
         bool notJson;
-    } cases[] = {{Descriptor(-1, 2).ToString(), -1, 2, false}, {Descriptor().ToString(), 0, 0, false},
-                 {R"({"error_reason":9,"other":"x"})", 0, 9, false}, {"null", 0, 0, false},
-                 {"", 0, 0, true}, {"error 5", 0, 0, true}, {"{\"error_code\":", 0, 0, true}};
+    } cases[] = {{Descriptor(-1, 2).ToString(), -1, 2, false},
+                 {Descriptor().ToString(), 0, 0, false},
+                 {R"({"error_reason":9,"other":"x"})", 0, 9, false},
+                 {"null", 0, 0, false},
+                 {"", 0, 0, true},
+                 {"error 5", 0, 0, true},
+                 {"{\"error_code\":", 0, 0, true}};
     for (const auto& c : cases) {
         logs.Clear();
         const Descriptor d = Descriptor::FromString(c.text);

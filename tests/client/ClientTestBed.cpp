@@ -22,9 +22,9 @@ Json::Value JsonOf(const std::string& text) {
     if (lines.empty()) return ::testing::AssertionFailure() << "no line \"" << message << "\"";
     for (const testbed::LogLine& line : lines) {
         if (line.tag != "Veranti" || line.prio != prio || line.colour != colour || line.logId != logId) {
-            return ::testing::AssertionFailure() << "line \"" << message << "\" written with tag " << line.tag
-                                                 << ", priority " << line.prio << ", buffer " << line.logId
-                                                 << ", colour " << line.colour.substr(1);
+            return ::testing::AssertionFailure()
+                   << "line \"" << message << "\" written with tag " << line.tag << ", priority " << line.prio
+                   << ", buffer " << line.logId << ", colour " << line.colour.substr(1);
         }
     }
     return ::testing::AssertionSuccess();

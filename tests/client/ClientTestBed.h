@@ -18,7 +18,7 @@ namespace clienttest {
 using Item = STHomeDisclaimerContentItem;
 
 constexpr int kDebug = 3, kInfo = 4, kWarn = 5, kError = 6;  // priorities
-constexpr int kMainBuffer = 0, kSystemBuffer = 2;             // log ids
+constexpr int kMainBuffer = 0, kSystemBuffer = 2;            // log ids
 extern const char kWhite[], kGreen[], kYellow[], kRed[];
 extern const char kAgreementKey[], kTitlesKey[];
 

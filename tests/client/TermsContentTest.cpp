@@ -13,15 +13,18 @@ namespace {
 using testbed::FakeReply;
 
 const std::pair<const char*, std::string Item::*> kTexts[] = {
-    {"id", &Item::strItemId},       {"version", &Item::strVersion}, {"title", &Item::strTitle},
-    {"intro", &Item::strIntro},     {"details", &Item::strDetails}, {"button1", &Item::strButton1},
-    {"button2", &Item::strButton2}, {"button3", &Item::strButton3}, {"button4", &Item::strButton4},
-    {"button5", &Item::strButton5}, {"button6", &Item::strButton6}, {"button7", &Item::strButton7},
-    {"button8", &Item::strButton8}, {"button9", &Item::strButton9}, {"button10", &Item::strButton10},
-    {"agree_dependency", &Item::strAgreeDependency}};
-const std::pair<const char*, bool Item::*> kFlags[] = {
-    {"is_agreed", &Item::bIsAgreed}, {"only_notice", &Item::bOnlyNotice}, {"ppused", &Item::bPPUsed},
-    {"reverse", &Item::bReverse}};
+    {"id", &Item::strItemId},         {"version", &Item::strVersion},
+    {"title", &Item::strTitle},       {"intro", &Item::strIntro},
+    {"details", &Item::strDetails},   {"button1", &Item::strButton1},
+    {"button2", &Item::strButton2},   {"button3", &Item::strButton3},
+    {"button4", &Item::strButton4},   {"button5", &Item::strButton5},
+    {"button6", &Item::strButton6},   {"button7", &Item::strButton7},
+    {"button8", &Item::strButton8},   {"button9", &Item::strButton9},
+    {"button10", &Item::strButton10}, {"agree_dependency", &Item::strAgreeDependency}};
+const std::pair<const char*, bool Item::*> kFlags[] = {{"is_agreed", &Item::bIsAgreed},
+                                                       {"only_notice", &Item::bOnlyNotice},
+                                                       {"ppused", &Item::bPPUsed},
+                                                       {"reverse", &Item::bReverse}};
 
 // Every member of a record under its name in a reply, and its sections.
 Json::Value AsJson(const Item& item) {
@@ -127,7 +130,7 @@ TEST_F(ADisclaimerDetailRequest, CutsItsDetailsTextIntoSectionsOnlyWhenItIsAnArr
     const struct {
         const char* details;
         std::vector<std::string> sections;  // {"throws"} for the JSON library's exception
-        std::string line;   // kNotJson, kArray or none
+        std::string line;                   // kNotJson, kArray or none
     } cases[] = {
         {"Read the terms.", {}, kNotJson},
         {R"({"title":"T","data":"D"})", {}, ""},
@@ -205,7 +208,10 @@ protected:
         const bool shown = line.rfind("agreement ", 0) == 0, thrown = line == kThrown;
         const auto handled = LinesStartingWith(logs, "Exception Handled by ");
         ASSERT_EQ(handled.size(), thrown ? 1u : 0u);
-        EXPECT_TRUE(Logged(logs, thrown ? handled[0].message : line, thrown ? kError : shown ? kInfo : kWarn,
+        EXPECT_TRUE(Logged(logs, thrown ? handled[0].message : line,
+                           thrown  ? kError
+                           : shown ? kInfo
+                                   : kWarn,
                            shown ? kGreen : kRed, thrown ? kSystemBuffer : kMainBuffer));
         EXPECT_TRUE(service.Requests().empty());
     }

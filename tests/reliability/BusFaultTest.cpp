@@ -25,7 +25,8 @@ const std::string kNotUtf8 = "a\x80z \xe2\x82 \xc0\xaf \xed\xa0\x80 end";
 const std::pair<const char*, bool (*)(CVerantiAPI*)> kRequests[] = {
     {"is service available", [](CVerantiAPI* api) { return !api->IsServiceAvailable(); }},
     {"get disclaimer number", [](CVerantiAPI* api) { return !api->GetDisclaimerNum(E_DISCLAIMER_REQUESTER_0, "TV"); }},
-    {"get disclaimer by term id", [](CVerantiAPI* api) {
+    {"get disclaimer by term id",
+     [](CVerantiAPI* api) {
          STHomeDisclaimerContentItem item;
          return api->GetDisclaimerDetail("terms", item, "TV") == -1 && item.strItemId.empty();
      }},
@@ -51,8 +52,11 @@ TEST_F(ARequestInFlight, FailsAndReturnsWhenTheServiceIsKilledOrStoppedWhileTheR
 TEST_F(AnAbsentService, FailsEveryRequestAtOnce) {
     for (const auto& [name, failed] : kRequests) EXPECT_TRUE(failed(api)) << name;
     // At once: the bus answers that nobody owns the name; nothing waits for a timeout.
-    EXPECT_GE(LinesStartingWith(logs, "SendMessage to com.velmora.tv.termsclient failed with D-Bus error "
-                                      "org.freedesktop.DBus.Error.ServiceUnknown").size(), std::size(kRequests));
+    EXPECT_GE(LinesStartingWith(logs,
+                                "SendMessage to com.velmora.tv.termsclient failed with D-Bus error "
+                                "org.freedesktop.DBus.Error.ServiceUnknown")
+                  .size(),
+              std::size(kRequests));
 }
 
 // The toolkit holds GDBus's shared connection, which GDBus replaces only once nobody holds the closed one: its
@@ -119,8 +123,8 @@ TEST_F(ALargeReply, Of16MiBReachesTheRecordAndAToolkitCallerWhole) {
 // Wherever the library parses such a text, it fails to parse: the reader's exception never leaves the library.
 TEST_F(DeeplyNestedJson, IsAParseFailureInEveryTextTheLibraryParses) {
     auto logged = [&](const char* reason) {
-        const bool seen = !LinesStartingWith(logs, reason).empty() &&
-                          LinesStartingWith(logs, "Exception Handled by ").empty();
+        const bool seen =
+            !LinesStartingWith(logs, reason).empty() && LinesStartingWith(logs, "Exception Handled by ").empty();
         logs.Clear();
         return seen;
     };

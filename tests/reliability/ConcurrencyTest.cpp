@@ -14,7 +14,10 @@ void OnManyThreads(const std::function<void(int)>& body) {
     std::atomic<int> waiting{kThreads};
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t)
-        threads.emplace_back([&, t] { for (--waiting; waiting > 0;) std::this_thread::yield(); body(t); });
+        threads.emplace_back([&, t] {
+            for (--waiting; waiting > 0;) std::this_thread::yield();
+            body(t);
+        });
     for (std::thread& thread : threads) thread.join();
 }
 
@@ -60,8 +63,8 @@ TEST_F(ManyThreads, ShareOneInstanceMadeOnFirstUseAndGetTheirOwnAnswersWhileThey
 
 int Echo(const char*, TermsDbusMessage* request, TermsDbusMessage* reply, void* handled) {
     ++*static_cast<std::atomic<int>*>(handled);
-    *reply = {CopyTermsDbusString(request->from), request->code + 1, CopyTermsDbusString(request->type),
-              CopyTermsDbusString(request->message), nullptr, 0};
+    *reply = {CopyTermsDbusString(request->from),    request->code + 1, CopyTermsDbusString(request->type),
+              CopyTermsDbusString(request->message), nullptr,           0};
     return 1;
 }
 

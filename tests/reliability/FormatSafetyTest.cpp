@@ -28,8 +28,12 @@ bool LogHolds(const testbed::LogCapture& logs, const std::string& text) {
 }
 
 // Runs the statements on a cleared log and expects a line that holds kOutside as it is.
-#define EXPECT_LOGGED_LITERALLY(...) \
-    do { logs.Clear(); __VA_ARGS__; EXPECT_TRUE(LogHolds(logs, kOutside)) << #__VA_ARGS__; } while (false)
+#define EXPECT_LOGGED_LITERALLY(...)                           \
+    do {                                                       \
+        logs.Clear();                                          \
+        __VA_ARGS__;                                           \
+        EXPECT_TRUE(LogHolds(logs, kOutside)) << #__VA_ARGS__; \
+    } while (false)
 
 using OutsideTextInTheLog = ClientTestBed;
 
@@ -38,8 +42,8 @@ TEST_F(OutsideTextInTheLog, ArrivesLiterallyFromEveryPathOfTheClientAndItsCAndCS
                                         R"("button1":"@","agree_dependency":"@",)"
                                         R"("details":"[{\"title\":\"@\",\"data\":\"@\"}]"})");
     Reply("get disclaimer by term id", disclaimer);
-    Reply("get revised disclaimers", With(R"({"result":true,"disclaimers":[{"id":"prose","details":"@"},)") +
-                                         disclaimer + "]}");
+    Reply("get revised disclaimers",
+          With(R"({"result":true,"disclaimers":[{"id":"prose","details":"@"},)") + disclaimer + "]}");
     Reply("get information for web view disclaimer", With(R"({"result":true,"headerData":{"title":"@"}})"));
     STHomeDisclaimerContentItem item;
     std::string title;
@@ -105,7 +109,9 @@ TEST_F(OutsideTextInTheLog, ArrivesLiterallyFromTheCommandLineClient) {
     for (const std::string command : {"show", "exists", "agreement", "agree"}) {
         const std::string log = store.Root() + "/" + command + ".log";
         FILE* cli = popen(("exec env -u DLOG_MIN_PRIO DLOG_OUTPUT=file:" + log + " " TERMS_CLI_PATH " " + command +
-                           " '" + kOutside + "' </dev/null 2>&1").c_str(), "r");
+                           " '" + kOutside + "' </dev/null 2>&1")
+                              .c_str(),
+                          "r");
         std::string out(1 << 16, '\0');
         out.resize(fread(out.data(), 1, out.size(), cli));
         EXPECT_TRUE(WIFEXITED(pclose(cli))) << command << ": " << out;

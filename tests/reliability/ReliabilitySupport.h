@@ -30,7 +30,9 @@ inline bool Eventually(const std::function<bool()>& condition) {
     return condition();
 }
 
-inline std::string NestedArrays(size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); }
+inline std::string NestedArrays(size_t depth) {
+    return std::string(depth, '[') + std::string(depth, ']');
+}
 
 // Plain JSON string content, marked every 64 bytes so that a lost or moved chunk shows.
 inline std::string Filler(size_t size) {
@@ -39,7 +41,9 @@ inline std::string Filler(size_t size) {
     return text;
 }
 
-inline bool IsValidUtf8(const std::string& text) { return g_utf8_validate(text.data(), text.size(), nullptr); }
+inline bool IsValidUtf8(const std::string& text) {
+    return g_utf8_validate(text.data(), text.size(), nullptr);
+}
 
 inline std::string ReadFile(const std::string& path) {
     std::ifstream file(path);

@@ -33,7 +33,10 @@ TEST(ALongRunOfRequests, KeepsResidentMemoryAndOpenDescriptorsFlat) {
         [&] { return api->IsServiceAvailable() && api->RequestCountryCodeList() && IsServiceAvailable(); },
         [&] { return api->GetDisclaimerDetail("terms", item = {}, "TV") == 0; },
         [&] { return api->IsDisclaimerItemExist("terms", "TV") && api->GetDisclaimerTitle(title, 1) == 0; },
-        [&] { int agreed = 0; return api->GetDisclaimerItemAgreement("privacy", &agreed, "TV") >= 0; },
+        [&] {
+            int agreed = 0;
+            return api->GetDisclaimerItemAgreement("privacy", &agreed, "TV") >= 0;
+        },
         [&] { return api->GetRevisedDisclaimers(revised, "TV", ""); },
     };
     const auto start = std::chrono::steady_clock::now();

@@ -21,13 +21,7 @@
 extern "C" {
 #endif
 
-typedef enum {
-    LOG_ID_MAIN = 0,
-    LOG_ID_RADIO = 1,
-    LOG_ID_SYSTEM = 2,
-    LOG_ID_APPS = 3,
-    LOG_ID_MAX
-} log_id_t;
+typedef enum { LOG_ID_MAIN = 0, LOG_ID_RADIO = 1, LOG_ID_SYSTEM = 2, LOG_ID_APPS = 3, LOG_ID_MAX } log_id_t;
 
 typedef enum {
     DLOG_UNKNOWN = 0,
@@ -44,8 +38,7 @@ typedef enum {
 /* Returns the number of bytes written (0 when the line is filtered out or
  * output is off), or a negative errno: -EINVAL for a null tag or format, an
  * unknown log id or priority. */
-int __dlog_print(int log_id, int prio, const char* tag, const char* fmt, ...)
-    __attribute__((format(printf, 4, 5)));
+int __dlog_print(int log_id, int prio, const char* tag, const char* fmt, ...) __attribute__((format(printf, 4, 5)));
 
 #ifdef __cplusplus
 }

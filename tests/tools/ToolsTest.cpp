@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <algorithm>
@@ -310,6 +311,40 @@ TEST_F(ARunningSimulator, RecordsAgreementsThatTheDirectStoreQueryReadsBack) {
     EXPECT_EQ(Cli("disagree --all").status + Agreement("extra"), 0);
     EXPECT_TRUE(::SetDisclaimerItemsAgreements(R"({"base":"true"})") &&
                 Cli("--json agreement base").JsonOut()["agreed"].asBool());
+}
+
+// The simulator reads the stored agreements as the library does; what neither can read stays as it is.
+TEST_F(ARunningSimulator, ReadsStoredAgreementsAsTheLibraryDoesAndNeverRewritesWhatItCannotRead) {
+    const fs::path key = fs::path(m_Store.Root()) / kAgreementsKey;
+    const std::pair<const char*, bool> kStored[] = {
+        {R"({"base":"true","extra":"true",})", true},
+        {"// agreed on the set\n{\"base\":\"true\", /* and */ \"extra\":\"true\"}", true},
+        {R"({"base":"tr)", false},
+        {R"(["base","extra"])", false},
+        {"", false},  // a key that exists but cannot be read
+    };
+    for (const auto& [text, readable] : kStored) {
+        SCOPED_TRACE(text);
+        fs::remove(key);
+        if (*text) {
+            m_Store.Set(kAgreementsKey, text);
+        } else {
+            ASSERT_EQ(mkfifo(key.c_str(), 0600), 0);
+        }
+        const bool listed = Cli("--json list --requester 1").JsonOut()["disclaimers"][1]["is_agreed"].asBool();
+        EXPECT_EQ(Cli("--json agreement base").JsonOut()["agreed"].asBool(), listed);
+        const Json::Value refusal =
+            Raw("", R"({"method":"set one agreement","product_type":"TV","request_item":"child","is_agreed":true})");
+        if (readable) {
+            EXPECT_TRUE(listed && refusal["result"].asBool()) << refusal;
+            EXPECT_EQ(Agreement("base") + Agreement("extra") + Agreement("child"), 3);
+            continue;
+        }
+        EXPECT_NE(refusal["errormessage"].asString().find("cannot be read"), std::string::npos) << refusal;
+        EXPECT_EQ(Cli("agree extra").status + Cli("country set BB").status, 2);
+        EXPECT_EQ(*text ? *m_Store.Get(kAgreementsKey) : std::string(fs::is_fifo(key) ? "" : "replaced"), text);
+    }
+    fs::remove(key);
 }
 
 TEST_F(ARunningSimulator, KeepsCountryTextsTitlesAndAgreementsAcrossARestart) {

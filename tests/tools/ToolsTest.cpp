@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <thread>
 
@@ -63,6 +65,17 @@ CliRun Cli(const std::string& line) {
     g_autofree gchar *out = nullptr, *err = nullptr;
     gint wait = 0;
     EXPECT_TRUE(g_spawn_command_line_sync((TERMS_CLI_PATH " " + line).c_str(), &out, &err, &wait, nullptr)) << line;
+    return CliRun{WIFEXITED(wait) ? WEXITSTATUS(wait) : -1, out ? out : "", err ? err : ""};
+}
+
+// Runs terms-cli through the shell, for redirections: `script` follows the program's path.
+CliRun CliInShell(const std::string& script) {
+    const std::string command = std::string(TERMS_CLI_PATH " ") + script;
+    const char* argv[] = {"/bin/sh", "-c", command.c_str(), nullptr};
+    g_autofree gchar *out = nullptr, *err = nullptr;
+    gint wait = 0;
+    EXPECT_TRUE(g_spawn_sync(nullptr, const_cast<gchar**>(argv), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err,
+                             &wait, nullptr));
     return CliRun{WIFEXITED(wait) ? WEXITSTATUS(wait) : -1, out ? out : "", err ? err : ""};
 }
 
@@ -224,6 +237,30 @@ TEST_F(TheTermsCli, AnswersHelpWithZeroAndBadUsageWithTwoWithoutAskingTheService
             << line << " -> " << run.status << ": " << run.err;
     }
     EXPECT_TRUE(service.Requests().empty());
+}
+
+TEST_F(TheTermsCli, TellsAStoreItCannotReadFromAnAnswerOfNo) {
+    for (const char* key : {"db/veranti/disclaimeragrees", "db/veranti/terms_title"}) {
+        fs::create_directories(fs::path(store.Root()) / key);  // exists, but cannot be read as a value
+    }
+    for (const char* line : {"agreement first", "exists first", "title 0", "titles"}) {
+        const CliRun run = Cli(line);
+        EXPECT_TRUE(run.status == 1 && run.out.empty() && run.ErrIsOneLine()) << line << ": " << run.out << run.err;
+        EXPECT_NE(run.err.find("store cannot be read (db/veranti/"), std::string::npos) << run.err;
+        EXPECT_NE(run.err.find(std::strerror(EISDIR)), std::string::npos) << run.err;
+    }
+    fs::remove_all(fs::path(store.Root()) / "db");
+    EXPECT_EQ(Cli("agreement first").out + Cli("titles").out, "first: not agreed\nThe store holds no menu titles.\n");
+}
+
+TEST_F(TheTermsCli, FailsWhenItsOutputCannotBeWritten) {
+    for (const char* line : {"titles", "--json status", "--help", "status"}) {
+        const CliRun run = CliInShell(std::string(line) + " >/dev/full");
+        EXPECT_EQ(run.status, 1) << line;
+        EXPECT_NE(run.err.find("cannot write to standard output: " + std::string(std::strerror(ENOSPC))),
+                  std::string::npos)
+            << line << ": " << run.err;
+    }
 }
 
 const char kBusName[] = "com.velmora.tv.termsclient", kAgreementsKey[] = "db/veranti/disclaimeragrees",

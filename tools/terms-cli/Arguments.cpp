@@ -21,7 +21,8 @@ const std::vector<OptionSpec> kGlobalOptions = {
 const char kExitStatus[] =
     "Exit status:\n"
     "  0  done\n"
-    "  1  the service said no (or the store holds no such key)\n"
+    "  1  the service said no, the store holds no such key or cannot be read,\n"
+    "     or the output could not be written\n"
     "  2  bad usage\n"
     "  3  the terms-client service could not be reached\n";
 
@@ -154,7 +155,7 @@ void CheckOperandCount(const Invocation& invocation) {
     const int count = static_cast<int>(invocation.operands.size());
     std::vector<std::string> replacing;
     for (const OptionSpec& option : command.options) {
-        if (option.replacesOperands && invocation.Has(option.name)) replacing.push_back(option.name);
+        if (option.replacesOperands && invocation.Has(option.name)) replacing.emplace_back(option.name);
     }
     if (replacing.size() > 1) Fail(invocation, replacing[0] + " and " + replacing[1] + " cannot be combined");
     if (replacing.size() == 1) {
@@ -197,6 +198,7 @@ std::string Columns(const std::vector<std::pair<std::string, std::string>>& rows
 
 std::string OptionsBlock(const std::vector<OptionSpec>& options) {
     std::vector<std::pair<std::string, std::string>> rows;
+    rows.reserve(options.size());
     for (const OptionSpec& option : options) rows.emplace_back(OptionSynopsis(option), option.help);
     return Columns(rows);
 }
@@ -312,7 +314,8 @@ Invocation ParseArguments(int argc, char** argv, const std::vector<CommandSpec>&
     }
     for (i = TakeCommandName(args, i, commands, invocation); i < args.size(); ++i) {
         if (args[i] == "--") {
-            invocation.operands.insert(invocation.operands.end(), args.begin() + i + 1, args.end());
+            invocation.operands.insert(invocation.operands.end(), std::next(args.begin(), static_cast<long>(i) + 1),
+                                       args.end());
             break;
         }
         if (IsOption(args[i])) {

@@ -21,6 +21,10 @@ using ItemList = std::vector<std::unique_ptr<STHomeDisclaimerContentItem>>;
 // Product type of the set itself.
 const char kTelevision[] = "TV";
 
+// The store keys the library reads directly.
+const char kAgreementsKey[] = "db/veranti/disclaimeragrees";
+const char kMenuTitlesKey[] = "db/veranti/terms_title";
+
 CVerantiAPI& Client() {
     return *CVerantiAPI::GetInstance();
 }
@@ -55,7 +59,7 @@ Outcome Refused(std::string sentence, Json::Value data = Json::Value(Json::objec
 
 // A request that the service carries out or refuses, with nothing else to show.
 Outcome Answer(bool accepted, const std::string& doneText, const std::string& what,
-               Json::Value data = Json::Value(Json::objectValue)) {
+               const Json::Value& data = Json::Value(Json::objectValue)) {
     return accepted ? Done(doneText + "\n", data) : Refused("the service refused " + what, data);
 }
 
@@ -150,6 +154,19 @@ Outcome StoreFailure(const std::string& action, const std::string& key) {
     return Refused("cannot " + action + " " + Quoted(key) + " in the store: " + std::strerror(errno));
 }
 
+// The library reads a store key it cannot open as "no": not agreed, no such
+// item, no titles. Those answers are only true when the key is readable or
+// absent; any other failure is the store's, reported with the system's reason.
+bool StoreKeyReadable(const char* key, Outcome& failure) {
+    errno = 0;
+    char* value = vconf_get_str(key);
+    const int reason = errno;
+    std::free(value);
+    if (value || reason == ENOENT) return true;
+    failure = Refused(std::string("the configuration store cannot be read (") + key + "): " + std::strerror(reason));
+    return false;
+}
+
 }  // namespace
 
 Outcome Unreachable() {
@@ -221,6 +238,8 @@ Outcome RunDisagree(const Invocation& invocation) {
 
 Outcome RunAgreement(const Invocation& invocation) {
     const std::string& id = invocation.operands[0];
+    Outcome unreadable;
+    if (!StoreKeyReadable(kAgreementsKey, unreadable)) return unreadable;
     int agreed = 0;
     Client().GetDisclaimerItemAgreement(id, &agreed, kTelevision);
     Json::Value data(Json::objectValue);
@@ -231,6 +250,8 @@ Outcome RunAgreement(const Invocation& invocation) {
 
 Outcome RunExists(const Invocation& invocation) {
     const std::string& id = invocation.operands[0];
+    Outcome unreadable;
+    if (!StoreKeyReadable(kAgreementsKey, unreadable)) return unreadable;
     const bool exists = Client().IsDisclaimerItemExist(id, kTelevision);
     Json::Value data(Json::objectValue);
     data["id"] = id;
@@ -240,6 +261,8 @@ Outcome RunExists(const Invocation& invocation) {
 
 Outcome RunTitle(const Invocation& invocation) {
     const int index = invocation.IntegerOperand(0);
+    Outcome unreadable;
+    if (!StoreKeyReadable(kMenuTitlesKey, unreadable)) return unreadable;
     std::string title;
     if (Client().GetDisclaimerTitle(title, index) != 0) {
         return Refused("the store holds no menu title at position " + std::to_string(index));
@@ -251,6 +274,8 @@ Outcome RunTitle(const Invocation& invocation) {
 }
 
 Outcome RunTitles(const Invocation&) {
+    Outcome unreadable;
+    if (!StoreKeyReadable(kMenuTitlesKey, unreadable)) return unreadable;
     Json::Value data(Json::objectValue);
     data["titles"] = Json::Value(Json::arrayValue);
     std::vector<Row> rows;

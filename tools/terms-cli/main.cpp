@@ -6,6 +6,7 @@
 
 #include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 
 #include "Arguments.h"
@@ -114,6 +115,15 @@ Outcome Execute(const Invocation& invocation) {
     }
 }
 
+// Output that cannot be written is a failure, also of a command that did
+// what was asked (as with the core utilities: `terms-cli list >/dev/full`).
+int FinishOutput(int status) {
+    const int reason = OutputFailure();
+    if (reason == 0) return status;
+    PrintError(std::string("cannot write to standard output: ") + std::strerror(reason));
+    return kExitRefused;
+}
+
 }  // namespace
 }  // namespace termscli
 
@@ -124,14 +134,14 @@ int main(int argc, char** argv) {
         invocation = ParseArguments(argc, argv, kCommands);
         if (invocation.help) {
             std::cout << HelpText(invocation, kCommands);
-            return kExitDone;
+            return FinishOutput(kExitDone);
         }
         // Before the library writes its first line; a DLOG_OUTPUT of the user's own wins.
         if (!invocation.verbose) setenv("DLOG_OUTPUT", "none", 0);
         const Outcome outcome = Execute(invocation);
         PrintOutcome(outcome, invocation.json);
         CVerantiAPI::Destroy();
-        return outcome.status;
+        return FinishOutput(outcome.status);
     } catch (const UsageError& e) {
         PrintError(e.what());
         return kExitUsage;

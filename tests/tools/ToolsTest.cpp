@@ -239,6 +239,42 @@ TEST_F(TheTermsCli, AnswersHelpWithZeroAndBadUsageWithTwoWithoutAskingTheService
     EXPECT_TRUE(service.Requests().empty());
 }
 
+TEST_F(TheTermsCli, GivesUpOnASilentServiceWhenItsTimeoutRunsOut) {
+    testbed::FakeReply late = testbed::FakeReply::Result(true);
+    late.delayMs = 300;
+    service.SetReply("is service available", late);
+    EXPECT_EQ(Cli("--timeout 5 status").status, 0);
+    service.SetReply("is service available", testbed::FakeReply::NoReply());
+    for (const char* line : {"--timeout 1 status", "agree first --timeout=1", "--json --timeout 1 list"}) {
+        const CliRun run = Cli(line);
+        EXPECT_TRUE(run.status == 4 && run.out.empty() && run.ErrIsOneLine()) << line << ": " << run.err;
+        EXPECT_NE(run.err.find("did not answer within 1 second (--timeout)"), std::string::npos) << run.err;
+    }
+}
+
+TEST_F(TheTermsCli, ExplainsRefusalsAndMistakesInPlainWords) {
+    service.SetReply("set one agreement", testbed::FakeReply::Result(false));
+    service.SetReply("set country code", testbed::FakeReply::Result(false));
+    service.SetReply("dravik get error info",
+                     testbed::FakeReply::WithBody(
+                         ParsedJson(R"({"result":false,"errorcode":3,"errorreason":4,"errormessage":"no network"})")));
+    const std::pair<const char*, const char*> kCases[] = {
+        {"disagree first", R"(refused the withdrawal of the agreement to "first" (the service's log says why).)"},
+        {"agree first second", R"(refused the agreement to "first", "second" (the service's log says why).)"},
+        {"country set ZZ", R"(refused the country code "ZZ" (the service's log says why).)"},
+        {"check --info", "failed with error code 3 and reason 4: no network."},
+        {"list extra", R"(list takes no operands, so "extra" is one too many)"},
+        {"show a b", R"(show takes only <id>, so "b" is one too many)"},
+        {"agree", "agree needs <id>... or --all or --json OBJECT"},
+        {"--timeout -1 status", "--timeout must be a whole number from 0 to 86400"},
+    };
+    for (const auto& [line, sentence] : kCases) {
+        const CliRun run = Cli(line);
+        EXPECT_TRUE(run.status != 0 && run.ErrIsOneLine() && run.err.find(sentence) != std::string::npos)
+            << line << " -> " << run.err;
+    }
+}
+
 TEST_F(TheTermsCli, TellsAStoreItCannotReadFromAnAnswerOfNo) {
     for (const char* key : {"db/veranti/disclaimeragrees", "db/veranti/terms_title"}) {
         fs::create_directories(fs::path(store.Root()) / key);  // exists, but cannot be read as a value

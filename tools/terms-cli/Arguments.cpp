@@ -10,11 +10,14 @@ namespace termscli {
 namespace {
 
 const char kProgram[] = "terms-cli";
+const int kMaxTimeout = 24 * 60 * 60;
 
 const std::vector<OptionSpec> kGlobalOptions = {
     {"--json", ValueKind::Flag, nullptr, "Print one JSON document on standard output instead of text."},
     {"--verbose", ValueKind::Flag, nullptr,
      "Let the library's log lines through to standard error (DLOG_OUTPUT decides where they go)."},
+    {"--timeout", ValueKind::Integer, "SECONDS",
+     "Give up when the service has not answered within SECONDS (default 25; 0 waits forever).", 0, kMaxTimeout},
     {"--help", ValueKind::Flag, nullptr, "Show help for the program, a group or a command (also -h)."},
 };
 
@@ -24,7 +27,8 @@ const char kExitStatus[] =
     "  1  the service said no, the store holds no such key or cannot be read,\n"
     "     or the output could not be written\n"
     "  2  bad usage\n"
-    "  3  the terms-client service could not be reached\n";
+    "  3  the terms-client service could not be reached\n"
+    "  4  the terms-client service did not answer in time (--timeout)\n";
 
 bool IsOption(const std::string& arg) {
     return arg.size() > 1 && arg[0] == '-' && !(arg[1] >= '0' && arg[1] <= '9');
@@ -127,6 +131,8 @@ size_t TakeOption(const std::vector<std::string>& args, size_t i, Invocation& in
         value = args[++i];
     }
     if (global) {
+        CheckValue(invocation, *option, value);
+        if (name == "--timeout") invocation.timeoutSeconds = std::atoi(value.c_str());
         invocation.json = invocation.json || name == "--json";
         invocation.verbose = invocation.verbose || name == "--verbose";
         invocation.help = invocation.help || name == "--help";
@@ -162,11 +168,18 @@ void CheckOperandCount(const Invocation& invocation) {
         if (count > 0) Fail(invocation, replacing[0] + " takes the place of the operands; give one or the other");
         return;
     }
-    if (count < command.minOperands)
-        Fail(invocation, std::string(command.name) + " needs " + OperandsSynopsis(command));
+    if (count < command.minOperands) {
+        std::string forms = OperandsSynopsis(command);
+        for (size_t bar = forms.find(" | "); bar != std::string::npos; bar = forms.find(" | ")) {
+            forms.replace(bar, 3, " or ");
+        }
+        Fail(invocation, std::string(command.name) + " needs " + forms);
+    }
     if (command.maxOperands >= 0 && count > command.maxOperands) {
-        Fail(invocation, std::string(command.name) + " takes at most " + std::to_string(command.maxOperands) +
-                             " operand" + (command.maxOperands == 1 ? "" : "s") + ", not " + std::to_string(count));
+        const std::string extra = invocation.operands[static_cast<size_t>(command.maxOperands)];
+        std::string sentence = std::string(command.name) + " takes ";
+        sentence += command.maxOperands == 0 ? std::string("no operands") : std::string("only ") + command.operands;
+        Fail(invocation, sentence + ", so \"" + extra + "\" is one too many");
     }
 }
 
@@ -241,7 +254,7 @@ std::string UsageLines(const CommandSpec& command) {
 
 std::string GlobalHelp(const std::vector<CommandSpec>& commands) {
     std::ostringstream text;
-    text << "Usage: " << kProgram << " [--json] [--verbose] <command> [options] [operands]\n"
+    text << "Usage: " << kProgram << " [--json] [--verbose] [--timeout SECONDS] <command> [options] [operands]\n"
          << "       " << kProgram << " [<command>] --help\n\n"
          << "Asks the terms-client service (com.velmora.tv.termsclient) through the terms client\n"
          << "library, and reads the configuration store that the service keeps.\n\n"

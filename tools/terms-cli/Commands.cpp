@@ -57,10 +57,13 @@ Outcome Refused(std::string sentence, Json::Value data = Json::Value(Json::objec
     return outcome;
 }
 
+// The library hands back no reason for most refusals; the service logs it.
+const char kReasonInLog[] = " (the service's log says why)";
+
 // A request that the service carries out or refuses, with nothing else to show.
 Outcome Answer(bool accepted, const std::string& doneText, const std::string& what,
                const Json::Value& data = Json::Value(Json::objectValue)) {
-    return accepted ? Done(doneText + "\n", data) : Refused("the service refused " + what, data);
+    return accepted ? Done(doneText + "\n", data) : Refused("the service refused " + what + kReasonInLog, data);
 }
 
 // Takes over the records the library allocated for a list.
@@ -112,13 +115,13 @@ Outcome SetEachAgreement(const Invocation& invocation, bool agreed, Json::Value 
         entry["id"] = id;
         entry["accepted"] = accepted;
         data["items"].append(entry);
-        rows.push_back({id, accepted ? (agreed ? "agreed" : "disagreed") : "refused"});
+        rows.push_back({id, accepted ? (agreed ? "agreed" : "withdrawn") : "refused"});
         if (!accepted) refused += (refused.empty() ? "" : ", ") + Quoted(id);
     }
     const std::string table = Table({"ID", "RESULT"}, rows);
     if (refused.empty()) return Done(table, data);
-    return Refused(std::string("the service refused to ") + (agreed ? "agree" : "disagree") + " to " + refused, data,
-                   table);
+    const std::string action = agreed ? "the agreement to " : "the withdrawal of the agreement to ";
+    return Refused("the service refused " + action + refused + kReasonInLog, data, table);
 }
 
 // agree and disagree: every id, --all, or (agree only) an object of agreements.
@@ -134,8 +137,9 @@ Outcome SetAgreements(const Invocation& invocation, bool agreed) {
     if (!invocation.Has("--all")) return SetEachAgreement(invocation, agreed, data);
     data["all"] = true;
     return Answer(Client().SetAllDisclaimerItemAgreement(agreed ? 1 : 0, ProductType(invocation)),
-                  std::string(agreed ? "Agreed" : "Disagreed") + " to all disclaimers.",
-                  std::string("to ") + (agreed ? "agree" : "disagree") + " to all disclaimers", data);
+                  agreed ? "Agreed to all disclaimers." : "Withdrew the agreement to all disclaimers.",
+                  agreed ? "the agreement to all disclaimers" : "the withdrawal of the agreement to all disclaimers",
+                  data);
 }
 
 Outcome Clone(const Invocation& invocation, bool toUsb) {
@@ -220,7 +224,8 @@ Outcome RunRevised(const Invocation& invocation) {
     const bool accepted =
         Client().GetRevisedDisclaimers(records, ProductType(invocation), invocation.Text("--terms", ""));
     const ItemList items = Own(records);
-    if (!accepted) return Refused("the service refused the request for revised disclaimers");
+    if (!accepted)
+        return Refused(std::string("the service refused the request for revised disclaimers") + kReasonInLog);
     Json::Value data(Json::objectValue);
     data["disclaimers"] = ItemsToJson(items);
     std::string text = items.empty() ? "No disclaimers are revised.\n" : "";
@@ -330,7 +335,7 @@ Outcome RunHeader(const Invocation& invocation) {
     } else {
         Client().GetInformationForDisclaimer(header);
     }
-    if (header.isNull()) return Refused("the service sent no header data");
+    if (header.isNull()) return Refused(std::string("the service sent no header data") + kReasonInLog);
     Json::Value data(Json::objectValue);
     data["header"] = header;
     return Done(JsonToText(header), data);
@@ -355,9 +360,11 @@ Outcome RunCheck(const Invocation& invocation) {
         text += "  message:      " + (message.empty() ? std::string("-") : message) + "\n";
     }
     if (passed) return Done(text, data);
-    return Refused("the service's check failed with error code " + std::to_string(errorCode) + " and reason " +
-                       std::to_string(errorReason),
-                   data, text);
+    std::string sentence = "the service's check failed with error code " + std::to_string(errorCode);
+    sentence += " and reason " + std::to_string(errorReason);
+    if (!info) sentence += " (check --info asks for its message)";
+    if (info && !message.empty()) sentence += ": " + message;
+    return Refused(sentence, data, text);
 }
 
 Outcome RunCloneToUsb(const Invocation& invocation) {

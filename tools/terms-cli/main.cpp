@@ -4,10 +4,13 @@
 // log lines off the terminal unless asked, and runs one subcommand.
 #include <VerantiAPI.h>
 
+#include <chrono>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <future>
 #include <iostream>
+#include <thread>
 
 #include "Arguments.h"
 #include "Commands.h"
@@ -124,6 +127,30 @@ int FinishOutput(int status) {
     return kExitRefused;
 }
 
+// The library waits for the service as long as the service takes. The
+// command runs on a thread of its own so that terms-cli can stop waiting:
+// when the time is up it says so and leaves at once, the call still pending.
+Outcome ExecuteWithin(const Invocation& invocation) {
+    if (invocation.timeoutSeconds == 0) return Execute(invocation);
+    std::promise<Outcome> promise;
+    std::future<Outcome> outcome = promise.get_future();
+    std::thread([&invocation, promise = std::move(promise)]() mutable {
+        try {
+            promise.set_value(Execute(invocation));
+        } catch (...) {
+            promise.set_exception(std::current_exception());
+        }
+    }).detach();
+    if (outcome.wait_for(std::chrono::seconds(invocation.timeoutSeconds)) == std::future_status::ready) {
+        return outcome.get();
+    }
+    const int seconds = invocation.timeoutSeconds;
+    PrintError(std::string("the terms-client service (") + kServiceName + ") did not answer within " +
+               std::to_string(seconds) + (seconds == 1 ? " second" : " seconds") + " (--timeout)");
+    std::fflush(stdout);
+    std::_Exit(kExitTimedOut);
+}
+
 }  // namespace
 }  // namespace termscli
 
@@ -138,7 +165,7 @@ int main(int argc, char** argv) {
         }
         // Before the library writes its first line; a DLOG_OUTPUT of the user's own wins.
         if (!invocation.verbose) setenv("DLOG_OUTPUT", "none", 0);
-        const Outcome outcome = Execute(invocation);
+        const Outcome outcome = ExecuteWithin(invocation);
         PrintOutcome(outcome, invocation.json);
         CVerantiAPI::Destroy();
         return FinishOutput(outcome.status);

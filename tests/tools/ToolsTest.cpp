@@ -17,6 +17,7 @@
 
 #include "Catalogue.h"
 #include "FakeTermsService.h"
+#include "PrivateBus.h"
 #include "TempStore.h"
 
 namespace fs = std::filesystem;
@@ -68,6 +69,18 @@ CliRun Cli(const std::string& line) {
     return CliRun{WIFEXITED(wait) ? WEXITSTATUS(wait) : -1, out ? out : "", err ? err : ""};
 }
 
+// Runs a program to its end with the log off: its exit status (-1 for a signal) and what it wrote.
+CliRun RunToEnd(std::vector<std::string> argv) {
+    std::vector<gchar*> args;
+    for (std::string& arg : argv) args.push_back(arg.data());
+    args.push_back(nullptr);
+    g_auto(GStrv) env = g_environ_setenv(g_get_environ(), "DLOG_OUTPUT", "none", TRUE);
+    g_autofree gchar *out = nullptr, *err = nullptr;
+    gint wait = 0;
+    EXPECT_TRUE(g_spawn_sync(nullptr, args.data(), env, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err, &wait, nullptr));
+    return CliRun{WIFEXITED(wait) ? WEXITSTATUS(wait) : -1, out ? out : "", err ? err : ""};
+}
+
 // Runs terms-cli through the shell, for redirections: `script` follows the program's path.
 CliRun CliInShell(const std::string& script) {
     const std::string command = std::string(TERMS_CLI_PATH " ") + script;
@@ -79,28 +92,46 @@ CliRun CliInShell(const std::string& script) {
     return CliRun{WIFEXITED(wait) ? WEXITSTATUS(wait) : -1, out ? out : "", err ? err : ""};
 }
 
-// terms-service-sim as a child process, waited for until it serves its bus name or exits.
+// A serving program as a child process (terms-service-sim by default), waited for until it prints that it
+// serves its bus name, or exits. Its standard error is captured when asked (with the log off, so that the
+// pipe never fills).
 struct SimProcess {
-    explicit SimProcess(const std::vector<std::string>& args) {
-        std::vector<const char*> argv{TERMS_SERVICE_SIM_PATH};
+    explicit SimProcess(const std::vector<std::string>& args, const char* program = TERMS_SERVICE_SIM_PATH,
+                        bool captureErrors = false) {
+        std::vector<const char*> argv{program};
         for (const std::string& arg : args) argv.push_back(arg.c_str());
         argv.push_back(nullptr);
-        g_autoptr(GSubprocessLauncher) launcher = g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDOUT_PIPE);
+        g_autoptr(GSubprocessLauncher) launcher = g_subprocess_launcher_new(
+            captureErrors ? GSubprocessFlags(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_PIPE)
+                          : G_SUBPROCESS_FLAGS_STDOUT_PIPE);
+        if (captureErrors) g_subprocess_launcher_setenv(launcher, "DLOG_OUTPUT", "none", TRUE);
         g_subprocess_launcher_set_child_setup(
             launcher, [](gpointer) { prctl(PR_SET_PDEATHSIG, SIGKILL); }, nullptr, nullptr);
         process = g_subprocess_launcher_spawnv(launcher, argv.data(), nullptr);
         g_autoptr(GDataInputStream) out = g_data_input_stream_new(g_subprocess_get_stdout_pipe(process));
         while (gchar* line = serving ? nullptr : g_data_input_stream_read_line(out, nullptr, nullptr, nullptr)) {
-            serving = g_strrstr(line, ": serving ");
+            serving = g_strrstr(line, "serving ");
             g_free(line);
         }
     }
     ~SimProcess() { g_object_unref(process); }  // a child left running dies with the test
+    // Waits for the program to end by itself: its exit status (-1 when a signal ended it).
+    int Wait() {
+        g_subprocess_wait(process, nullptr, nullptr);
+        return g_subprocess_get_if_exited(process) ? g_subprocess_get_exit_status(process) : -1;
+    }
     // SIGTERM, then the exit status (-1 when a signal ended it); again: the same status.
     int Stop() {
         g_subprocess_send_signal(process, SIGTERM);
-        g_subprocess_wait(process, nullptr, nullptr);
-        return g_subprocess_get_if_exited(process) ? g_subprocess_get_exit_status(process) : -1;
+        return Wait();
+    }
+    // What the program wrote on standard error (when captured), once it ended.
+    std::string Errors() {
+        g_autofree gchar* text = nullptr;
+        GInputStream* err = g_subprocess_get_stderr_pipe(process);
+        g_autoptr(GBytes) bytes = err ? g_input_stream_read_bytes(err, 65536, nullptr, nullptr) : nullptr;
+        return bytes ? std::string(static_cast<const char*>(g_bytes_get_data(bytes, nullptr)), g_bytes_get_size(bytes))
+                     : std::string();
     }
 
     GSubprocess* process;
@@ -485,6 +516,57 @@ TEST_F(ARunningSimulator, AnswersBadRequestsSentRawWithAReasonAndChangesNothing)
         EXPECT_TRUE(reply["result"] == false && reply["errormessage"].asString() != "") << body;
     }
     EXPECT_EQ(*m_Store.Get(kAgreementsKey) + *m_Store.Get(kCountryKey), before);  // and it still serves: see TearDown
+}
+
+TEST_F(ARunningSimulator, RefusesToStartOnAnOwnedNameUnlessToldToReplaceItsOwner) {
+    const std::vector<std::string> sim = {TERMS_SERVICE_SIM_PATH, "--catalogue", m_Dir / "catalogue.json"};
+    const CliRun second = RunToEnd(sim);
+    EXPECT_TRUE(second.status == 1 &&
+                second.err.find(std::string(kBusName) + " already has an owner") != std::string::npos)
+        << second.err;
+    for (const char* name : {"no-dots", "bad..name", ":1.5", "9starts.with.digit"}) {
+        std::vector<std::string> bad = sim;
+        bad.insert(bad.end(), {"--bus-name", name});
+        const CliRun run = RunToEnd(bad);
+        EXPECT_TRUE(run.status == 2 && run.err.find("is not a bus name a service can own") != std::string::npos &&
+                    run.err.find("CRITICAL") == std::string::npos)
+            << name << ": " << run.err;
+    }
+    auto replacing = std::make_unique<SimProcess>(
+        std::vector<std::string>{"--replace", "--catalogue", m_Dir / "catalogue.json"}, TERMS_SERVICE_SIM_PATH, true);
+    ASSERT_TRUE(replacing->serving);
+    EXPECT_EQ(m_Sim->Wait(), 3);  // the first one: another process took the name
+    std::swap(m_Sim, replacing);
+    EXPECT_TRUE(Api().IsServiceAvailable());
+}
+
+// As systemd does with the unit (Restart=on-failure): a service that exits because the bus went away is
+// started again once the bus is back, and answers.
+TEST_F(ARunningSimulator, SaysTheBusWentAwayAndServesAgainWhenRestartedAfterTheBus) {
+    SimProcess echo({"test.tools.echo"}, ECHO_SERVER_PATH, true);
+    ASSERT_TRUE(echo.serving);
+    testbed::PrivateBus::Current()->Stop();
+    EXPECT_EQ(m_Sim->Wait(), 4);
+    EXPECT_EQ(echo.Wait(), 4);
+    EXPECT_NE(echo.Errors().find("the bus went away"), std::string::npos);
+    testbed::PrivateBus::Current()->Start();
+    m_Sim.reset();
+    Restart();
+    EXPECT_TRUE(Api().IsServiceAvailable());
+}
+
+TEST(TheEchoServer, SaysSoAndExitsWhenItCannotOwnItsName) {
+    // An owner that lets nobody replace it: the echo server is only queued, and never owns the name.
+    g_autoptr(GDBusConnection) bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+    g_autoptr(GVariant) owned =
+        g_dbus_connection_call_sync(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                    "RequestName", g_variant_new("(su)", "test.tools.kept", 0u), G_VARIANT_TYPE("(u)"),
+                                    G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+    ASSERT_TRUE(owned);
+    SimProcess echo({"test.tools.kept"}, ECHO_SERVER_PATH, true);
+    EXPECT_FALSE(echo.serving);
+    EXPECT_EQ(echo.Wait(), 1);
+    EXPECT_NE(echo.Errors().find("cannot own test.tools.kept"), std::string::npos);
 }
 
 TEST_F(ARunningSimulator, CopiesCloneDataInsideItsDirectoriesOnly) {

@@ -114,7 +114,10 @@ struct SimProcess {
             g_free(line);
         }
     }
-    ~SimProcess() { g_object_unref(process); }  // a child left running dies with the test
+    ~SimProcess() {  // a child left running dies with the test
+        if (errors) g_object_unref(errors);
+        g_object_unref(process);
+    }
     // Waits for the program to end by itself: its exit status (-1 when a signal ended it).
     int Wait() {
         g_subprocess_wait(process, nullptr, nullptr);
@@ -125,15 +128,20 @@ struct SimProcess {
         g_subprocess_send_signal(process, SIGTERM);
         return Wait();
     }
-    // What the program wrote on standard error (when captured), once it ended.
+    // The next line the program writes on standard error (when captured); empty at its end.
+    std::string ErrorLine() {
+        if (!errors) errors = g_data_input_stream_new(g_subprocess_get_stderr_pipe(process));
+        g_autofree gchar* line = g_data_input_stream_read_line(errors, nullptr, nullptr, nullptr);
+        return line ? line : "";
+    }
+    // Every line still to come on standard error, once the program ends.
     std::string Errors() {
-        g_autofree gchar* text = nullptr;
-        GInputStream* err = g_subprocess_get_stderr_pipe(process);
-        g_autoptr(GBytes) bytes = err ? g_input_stream_read_bytes(err, 65536, nullptr, nullptr) : nullptr;
-        return bytes ? std::string(static_cast<const char*>(g_bytes_get_data(bytes, nullptr)), g_bytes_get_size(bytes))
-                     : std::string();
+        std::string all;
+        for (std::string line = ErrorLine(); !line.empty(); line = ErrorLine()) all += line + "\n";
+        return all;
     }
 
+    GDataInputStream* errors = nullptr;
     GSubprocess* process;
     bool serving = false;
 };
@@ -142,6 +150,7 @@ TEST(ACatalogue, NamesThePlaceOfEachMistake) {
     // The test catalogue with `from` replaced by `to` is refused naming `place`.
     const std::string kMistakes[][3] = {
         {R"(["T1", "T2"],)", R"(["T1", "T2"])", "not valid JSON"},
+        {R"(["A1", "A2"]},)", R"(["A1", "A2",]},)", "not valid JSON"},
         {R"("default_country": "AA")", R"("default_country": "ZZ")", "default_country"},
         {R"("title": "Child")", R"("titel": "Child")", "disclaimers.child.titel: unknown member"},
         {R"("agree_dependency": "base")", R"("agree_dependency": "nope")", "disclaimers.child.agree_dependency"},
@@ -163,6 +172,45 @@ TEST(ACatalogue, NamesThePlaceOfEachMistake) {
             EXPECT_NE(std::string(error.what()).find(place), std::string::npos) << error.what();
         }
     }
+}
+
+TEST(ACatalogue, TakesCommentsAndSectionsWithoutTitleOrData) {
+    std::string sparse = kCatalogue;
+    sparse.insert(1, "// the test catalogue\n /* with comments */");
+    const std::string sections = R"([{"title": "S1", "data": "D1"}, {"title": "S2", "data": "D2"}])";
+    sparse.replace(sparse.find(sections), sections.size(), R"([{"title": "Only a title"}, {"data": "Only data"}])");
+    const auto catalogue = termssim::Catalogue::FromText(sparse);
+    EXPECT_EQ(catalogue.FindCountry("AA")->Find("base")->details.size(), 2u);
+}
+
+TEST(ACatalogue, RefusesADirectoryAndAFileBeyondItsSizeLimitWithAClearReason) {
+    const std::pair<const char*, const char*> kFiles[] = {{"/tmp", "/tmp: is a directory"},
+                                                          {"/dev/zero", "/dev/zero: is larger than 64 MiB"},
+                                                          {"/no/such/catalogue", "No such file or directory"}};
+    for (const auto& [path, reason] : kFiles) {
+        try {
+            termssim::Catalogue::Load(path);
+            ADD_FAILURE() << path;
+        } catch (const termssim::CatalogueError& error) {
+            EXPECT_NE(std::string(error.what()).find(reason), std::string::npos) << error.what();
+        }
+    }
+}
+
+// Loading takes time in proportion to the catalogue: 100,000 items in one country and its lists load well
+// within the test's time limit (they did not load in a minute when each lookup went through the list).
+TEST(ACatalogue, LoadsOneHundredThousandItems) {
+    Json::Value root(Json::objectValue), ids(Json::arrayValue);
+    for (int i = 0; i < 100000; ++i) {
+        const std::string id = "item" + std::to_string(i);
+        root["disclaimers"][id]["title"] = "Title " + std::to_string(i);
+        ids.append(id);
+    }
+    root["countries"]["AA"]["disclaimers"] = ids;
+    for (const char* requester : {"0", "1", "2", "3", "4"}) root["countries"]["AA"]["requesters"][requester] = ids;
+    root["countries"]["AA"]["revised"] = ids;
+    const auto catalogue = termssim::Catalogue::FromText(termssim::WriteCompactJson(root));
+    EXPECT_EQ(catalogue.FindCountry("AA")->OrderOf("item99999"), 99999);
 }
 
 TEST(TheSampleCatalogue, HasSeveralCountriesSixItemsANoticeADependencyARevisionAndNonAsciiTexts) {
@@ -341,11 +389,11 @@ protected:
         Restart();
     }
     void TearDown() override { EXPECT_EQ(m_Sim->Stop(), 0); }  // still serving; under sanitizers: no leak
-    void Restart(std::vector<std::string> args = {}) {
+    void Restart(std::vector<std::string> args = {}, bool captureErrors = false) {
         EXPECT_EQ(m_Sim ? m_Sim->Stop() : 0, 0);
         args.insert(args.end(), {"--catalogue", m_Dir / "catalogue.json", "--store-root", m_Store.Root(), "--set-dir",
                                  m_Dir / "set", "--usb-dir", m_Dir / "usb"});
-        m_Sim = std::make_unique<SimProcess>(args);
+        m_Sim = std::make_unique<SimProcess>(args, TERMS_SERVICE_SIM_PATH, captureErrors);
         ASSERT_TRUE(m_Sim->serving);
     }
 
@@ -567,6 +615,27 @@ TEST(TheEchoServer, SaysSoAndExitsWhenItCannotOwnItsName) {
     EXPECT_FALSE(echo.serving);
     EXPECT_EQ(echo.Wait(), 1);
     EXPECT_NE(echo.Errors().find("cannot own test.tools.kept"), std::string::npos);
+}
+
+TEST_F(ARunningSimulator, ReloadsItsCatalogueOnSighupAndKeepsTheOneInUseWhenTheNewOneIsBad) {
+    Restart({}, true);
+    const auto reload = [this](const std::string& text) {
+        g_file_set_contents((m_Dir / "catalogue.json").c_str(), text.c_str(), -1, nullptr);
+        g_subprocess_send_signal(m_Sim->process, SIGHUP);
+        return m_Sim->ErrorLine();
+    };
+    const auto titleOf = [](const char* id) {
+        STHomeDisclaimerContentItem item;
+        return Api().GetDisclaimerDetail(id, item, "TV") == 0 ? item.strTitle : "-";
+    };
+    std::string revised = kCatalogue;
+    revised.replace(revised.find("Base terms"), 10, "Base terms 2");
+    EXPECT_NE(reload(revised).find("reloaded the catalogue"), std::string::npos);
+    EXPECT_EQ(titleOf("base"), "Base terms 2");
+    const std::string outcome = reload("{\"disclaimers\": ");
+    EXPECT_NE(outcome.find("keeping the one in use"), std::string::npos) << outcome;
+    EXPECT_NE(outcome.find("not valid JSON"), std::string::npos) << outcome;
+    EXPECT_EQ(titleOf("base"), "Base terms 2");
 }
 
 TEST_F(ARunningSimulator, CopiesCloneDataInsideItsDirectoriesOnly) {

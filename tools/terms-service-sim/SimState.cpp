@@ -46,10 +46,19 @@ std::string TitlesText(const Country& country) {
 }  // namespace
 
 SimState::SimState(const Catalogue& catalogue) : m_Catalogue(catalogue) {
-    const std::optional<std::string> stored = ReadKey(kCountryKey);
-    const Country* country = stored ? catalogue.FindCountry(*stored) : nullptr;
-    if (stored && !country) SimLog(kLogWarn, "stored country \"%s\" is not in the catalogue", stored->c_str());
-    if (!country) country = catalogue.FindCountry(catalogue.DefaultCountry());
+    Choose(ReadKey(kCountryKey));
+}
+
+void SimState::CatalogueReplaced(const std::string& current) {
+    Choose(current);
+}
+
+void SimState::Choose(const std::optional<std::string>& code) {
+    const Country* country = code ? m_Catalogue.FindCountry(*code) : nullptr;
+    if (code && !country) SimLog(kLogWarn, "country \"%s\" is not in the catalogue", code->c_str());
+    if (!country) country = m_Catalogue.FindCountry(m_Catalogue.DefaultCountry());
+    // Set first: after a catalogue change the old country is gone, even when the store cannot be written.
+    m_Country = country;
     std::string error;
     if (!Adopt(*country, true, error)) throw std::runtime_error(error);
 }

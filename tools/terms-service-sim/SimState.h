@@ -30,6 +30,11 @@ public:
     explicit SimState(const Catalogue& catalogue);
 
     const Country& CurrentCountry() const { return *m_Country; }
+    // After the catalogue was replaced by another: takes the country with the
+    // code `current` again (the catalogue's default when it is gone) and
+    // brings the store in line, as at start. Throws std::runtime_error when
+    // the store cannot be written.
+    void CatalogueReplaced(const std::string& current);
     // Switches to another country of the catalogue and stores it; false with
     // a reason when the code is unknown or the store cannot be written.
     bool SetCountry(const std::string& code, std::string& error);
@@ -52,6 +57,8 @@ private:
     // agreements that cannot be read stop it with the reason, before any
     // write, unless `keepUnreadable`: then they are left as they are.
     bool Adopt(const Country& country, bool keepUnreadable, std::string& error);
+    // Adopts the catalogue's country with this code, or the default one.
+    void Choose(const std::optional<std::string>& code);
 
     const Catalogue& m_Catalogue;
     const Country* m_Country = nullptr;

@@ -36,8 +36,17 @@ const int kExitBadUsage = 2;
 const int kExitNameTaken = 3;
 const int kExitBusGone = 4;
 
+// What SIGHUP reloads: the catalogue in use, from its file, and the state
+// that points into it.
+struct CatalogueSource {
+    std::string path;
+    Catalogue& catalogue;
+    SimState& state;
+};
+
 struct BusService {
     TermsServiceSim& sim;
+    CatalogueSource& source;
     const FailurePlan& failures;
     std::string busName;
     GMainLoop* loop = nullptr;
@@ -192,6 +201,26 @@ gboolean OnStopSignal(gpointer data) {
     return G_SOURCE_CONTINUE;
 }
 
+// SIGHUP: reads the catalogue file again. A file that does not load leaves
+// the catalogue in use as it is; the outcome goes to the log and stderr.
+gboolean OnReloadSignal(gpointer data) {
+    CatalogueSource& source = static_cast<BusService*>(data)->source;
+    try {
+        Catalogue fresh = Catalogue::Load(source.path);
+        const std::string current = source.state.CurrentCountry().code;
+        source.catalogue = std::move(fresh);
+        source.state.CatalogueReplaced(current);
+        SimLog(kLogInfo, "reloaded the catalogue %s, country %s", source.path.c_str(),
+               source.state.CurrentCountry().code.c_str());
+        std::fprintf(stderr, "terms-service-sim: reloaded the catalogue %s.\n", source.path.c_str());
+    } catch (const std::exception& error) {
+        SimLog(kLogError, "cannot reload the catalogue, keeping the one in use: %s", error.what());
+        std::fprintf(stderr, "terms-service-sim: cannot reload the catalogue, keeping the one in use: %s\n",
+                     error.what());
+    }
+    return G_SOURCE_CONTINUE;
+}
+
 int Serve(BusService& service) {
     if (!InitiateTermsDbusServer(kServerHandle)) return kExitFailed;
     RegisterTermsDbusCallback(kServerHandle, TERMS_DBUS_CALLBACK_MESSAGE, reinterpret_cast<void*>(&OnMessage),
@@ -203,6 +232,7 @@ int Serve(BusService& service) {
     service.loop = g_main_loop_new(nullptr, FALSE);
     const guint interrupt = g_unix_signal_add(SIGINT, OnStopSignal, &service);
     const guint terminate = g_unix_signal_add(SIGTERM, OnStopSignal, &service);
+    const guint reload = g_unix_signal_add(SIGHUP, OnReloadSignal, &service);
     if (CreateTermsDbusServer(service.busName.c_str())) {
         g_main_loop_run(service.loop);
     } else {
@@ -212,6 +242,7 @@ int Serve(BusService& service) {
     CloseTermsDbusServer(kServerHandle);
     g_source_remove(interrupt);
     g_source_remove(terminate);
+    g_source_remove(reload);
     g_main_loop_unref(service.loop);
     return service.exitCode;
 }
@@ -233,13 +264,14 @@ int Run(const SimOptions& options) {
     if (!options.storeRoot.empty()) setenv("VCONF_ROOT", options.storeRoot.c_str(), 1);
     if (!PrepareCloneDirs(options)) return kExitFailed;
     try {
-        const Catalogue catalogue = Catalogue::Load(options.cataloguePath);
+        Catalogue catalogue = Catalogue::Load(options.cataloguePath);
         const std::unique_ptr<GDBusConnection, decltype(&g_object_unref)> bus(Connect(options.busName, options.replace),
                                                                               &g_object_unref);
         if (!bus) return kExitFailed;
         SimState state(catalogue);
         TermsServiceSim sim(catalogue, state, CloneDirs(options.setDir, options.usbDir));
-        BusService service{sim, options.failures, options.busName};
+        CatalogueSource source{options.cataloguePath, catalogue, state};
+        BusService service{sim, source, options.failures, options.busName};
         service.bus = bus.get();
         SimLog(kLogInfo, "catalogue %s, country %s", options.cataloguePath.c_str(),
                state.CurrentCountry().code.c_str());

@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <regex>
 #include <thread>
 
 #include "Catalogue.h"
@@ -297,6 +298,11 @@ TEST_F(TheTermsCli, SendsEachSubcommandsRequestAndExitsWithOneWhenRefusedAndThre
 }
 
 TEST_F(TheTermsCli, AnswersHelpWithZeroAndBadUsageWithTwoWithoutAskingTheService) {
+    for (const CliRun& version : {Cli("--version"), RunToEnd({TERMS_SERVICE_SIM_PATH, "--version"})}) {
+        EXPECT_TRUE(version.status == 0 &&
+                    std::regex_match(version.out, std::regex("terms-(cli|service-sim) [0-9.]+\n")))
+            << version.out;
+    }
     const std::string help = Cli("-h").out;
     EXPECT_NE(help.find("3  the terms-client service could not be reached"), std::string::npos) << help;
     for (const std::string command :

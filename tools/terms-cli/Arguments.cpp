@@ -19,6 +19,7 @@ const std::vector<OptionSpec> kGlobalOptions = {
     {"--timeout", ValueKind::Integer, "SECONDS",
      "Give up when the service has not answered within SECONDS (default 25; 0 waits forever).", 0, kMaxTimeout},
     {"--help", ValueKind::Flag, nullptr, "Show help for the program, a group or a command (also -h)."},
+    {"--version", ValueKind::Flag, nullptr, "Show the version of terms-cli."},
 };
 
 const char kExitStatus[] =
@@ -136,6 +137,7 @@ size_t TakeOption(const std::vector<std::string>& args, size_t i, Invocation& in
         invocation.json = invocation.json || name == "--json";
         invocation.verbose = invocation.verbose || name == "--verbose";
         invocation.help = invocation.help || name == "--help";
+        invocation.version = invocation.version || name == "--version";
         return i;
     }
     if (invocation.Has(name)) Fail(invocation, name + " is given twice");
@@ -255,7 +257,8 @@ std::string UsageLines(const CommandSpec& command) {
 std::string GlobalHelp(const std::vector<CommandSpec>& commands) {
     std::ostringstream text;
     text << "Usage: " << kProgram << " [--json] [--verbose] [--timeout SECONDS] <command> [options] [operands]\n"
-         << "       " << kProgram << " [<command>] --help\n\n"
+         << "       " << kProgram << " [<command>] --help\n"
+         << "       " << kProgram << " --version\n\n"
          << "Asks the terms-client service (com.velmora.tv.termsclient) through the terms client\n"
          << "library, and reads the configuration store that the service keeps.\n\n"
          << "Commands:\n"
@@ -322,7 +325,7 @@ Invocation ParseArguments(int argc, char** argv, const std::vector<CommandSpec>&
     size_t i = 0;
     for (; i < args.size() && IsOption(args[i]); ++i) i = TakeOption(args, i, invocation);
     if (i == args.size()) {
-        if (!invocation.help) Fail(invocation, "no command given");
+        if (!invocation.help && !invocation.version) Fail(invocation, "no command given");
         return invocation;
     }
     for (i = TakeCommandName(args, i, commands, invocation); i < args.size(); ++i) {
@@ -339,7 +342,7 @@ Invocation ParseArguments(int argc, char** argv, const std::vector<CommandSpec>&
             Fail(invocation, "unknown command \"" + invocation.group + " " + args[i] + "\"");
         }
     }
-    if (invocation.help) return invocation;
+    if (invocation.help || invocation.version) return invocation;
     if (!invocation.command) Fail(invocation, invocation.group + " needs a subcommand");
     CheckOperands(invocation);
     return invocation;

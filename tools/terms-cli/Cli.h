@@ -86,6 +86,7 @@ struct Invocation {
     bool json = false;
     bool verbose = false;
     bool help = false;
+    bool version = false;
     int timeoutSeconds = kDefaultTimeoutSeconds;  // 0: wait forever
 
     bool Has(const std::string& option) const { return options.count(option) != 0; }

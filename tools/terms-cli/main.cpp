@@ -159,6 +159,10 @@ int main(int argc, char** argv) {
     Invocation invocation;
     try {
         invocation = ParseArguments(argc, argv, kCommands);
+        if (invocation.version && !invocation.help) {
+            std::cout << "terms-cli " << TERMS_CLI_VERSION << "\n";
+            return FinishOutput(kExitDone);
+        }
         if (invocation.help) {
             std::cout << HelpText(invocation, kCommands);
             return FinishOutput(kExitDone);

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the Debian packages of a build tree with cpack, unpacks them into a
 # fresh root and runs what users run from there: the C consumer (pkg-config),
-# the C++ consumer (CMake package), terms-cli --version, and a C# program whose
+# the C++ consumer (CMake package), each tool's --version, the manual pages
+# and the completion, and a C# program whose
 # [DllImport("capi-veranti-service")] finds the library of the runtime package
 # alone (no development link), through the installed Mono mapping.
 # Usage: tests/packaging/check.sh <build-dir>
@@ -33,6 +34,13 @@ unpack "$work/root" libcapi-veranti-service0 libcapi-veranti-service-dev capi-ve
   veranti-host-platform
 unpack "$work/runtime" libcapi-veranti-service0 veranti-host-platform
 
+# Manual pages (made from each program's --help) and terms-cli's completion.
+for file in man/man1/terms-cli.1.gz man/man1/terms-service-sim.1.gz man/man1/vconftool.1.gz \
+            bash-completion/completions/terms-cli; do
+  test -s "$work/root/usr/share/$file"
+done
+zcat "$work/root/usr/share/man/man1/terms-cli.1.gz" | grep -q -- '--timeout'
+
 libdir=$(dirname "$(find "$work/root/usr/lib" -name 'libcapi-veranti-service.so.0' | head -n 1)")
 export LD_LIBRARY_PATH=$libdir DLOG_OUTPUT=none
 export PKG_CONFIG_PATH=$libdir/pkgconfig
@@ -44,6 +52,7 @@ cmake --build "$work/cxx" >/dev/null
 "$work/cxx/consumer"
 "$work/root/usr/bin/terms-cli" --version
 "$work/root/usr/bin/terms-service-sim" --version
+"$work/root/usr/bin/vconftool" --version
 
 # C#: only the runtime package's files, and its mapping as the program's config.
 runtime_libdir=$(dirname "$(find "$work/runtime/usr/lib" -name 'libcapi-veranti-service.so.0' | head -n 1)")

@@ -384,6 +384,25 @@ TEST_F(TheTermsCli, FailsWhenItsOutputCannotBeWritten) {
     }
 }
 
+TEST_F(TheTermsCli, CompletesCommandsGroupMembersAndOptionsFromItsOwnHelp) {
+    // The words typed so far, the last one being completed, and what completion offers.
+    const std::pair<const char*, const char*> kCases[] = {
+        {"cou", "country"},
+        {"country ''", "set list"},
+        {"store u", "unset"},
+        {"list --re", "--requester"},
+        {"--json --timeout 5 st", "status store"},
+        {"--ti", "--timeout"},
+        {"agree --json '{}' --pro", "--product-type"},
+        {"show --index 1 --req", "--requester"},
+    };
+    for (const auto& [words, offered] : kCases) {
+        const std::string script = std::string("source " TERMS_CLI_COMPLETION "; COMP_WORDS=(" TERMS_CLI_PATH " ") +
+                                   words + "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _terms_cli; echo ${COMPREPLY[*]}";
+        EXPECT_EQ(RunToEnd({"/bin/bash", "-c", script}).out, std::string(offered) + "\n") << words;
+    }
+}
+
 const char kBusName[] = "com.velmora.tv.termsclient", kAgreementsKey[] = "db/veranti/disclaimeragrees",
            kCountryKey[] = "db/veranti/country_code";
 

@@ -257,8 +257,8 @@ std::string UsageLines(const CommandSpec& command) {
 std::string GlobalHelp(const std::vector<CommandSpec>& commands) {
     std::ostringstream text;
     text << "Usage: " << kProgram << " [--json] [--verbose] [--timeout SECONDS] <command> [options] [operands]\n"
-         << "       " << kProgram << " [<command>] --help\n"
-         << "       " << kProgram << " --version\n\n"
+         << "  or:  " << kProgram << " [<command>] --help\n"
+         << "  or:  " << kProgram << " --version\n\n"
          << "Asks the terms-client service (com.velmora.tv.termsclient) through the terms client\n"
          << "library, and reads the configuration store that the service keeps.\n\n"
          << "Commands:\n"

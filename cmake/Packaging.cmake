@@ -72,6 +72,8 @@ set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ${VERANTI_DEB_TOOLS})
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${VERANTI_DEB_RUNTIME} ${exact}, ${system_runtime}${platform_dependency}")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/deploy/debian/tools/postinst)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
     "Command-line client and simulated terms-client service\n terms-cli calls the terms client library from the shell; terms-service-sim plays the\n terms-client service on a desktop bus, with its D-Bus policy and systemd unit.")
 

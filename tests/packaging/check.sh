@@ -41,6 +41,12 @@ for file in man/man1/terms-cli.1.gz man/man1/terms-service-sim.1.gz man/man1/vco
 done
 zcat "$work/root/usr/share/man/man1/terms-cli.1.gz" | grep -q -- '--timeout'
 
+# The simulator's unit keeps its sandbox: exposure 1.0 or less (it was 9.6 as root without one).
+unit=$work/root/usr/lib/systemd/system/terms-service-sim.service
+if command -v systemd-analyze >/dev/null; then
+  systemd-analyze security --offline=true --threshold=10 --no-pager "$unit" | tail -n 1
+fi
+
 libdir=$(dirname "$(find "$work/root/usr/lib" -name 'libcapi-veranti-service.so.0' | head -n 1)")
 export LD_LIBRARY_PATH=$libdir DLOG_OUTPUT=none
 export PKG_CONFIG_PATH=$libdir/pkgconfig

@@ -75,6 +75,8 @@ struct CommandSpec {
     const char* description;  // the rest of the command's help
     bool needsService;        // ask "is service available" first (exit 3 when not)
     Handler run;
+    // Runs until stopped (a command that follows changes): --timeout does not apply.
+    bool unbounded = false;
 };
 
 // One parsed command line.

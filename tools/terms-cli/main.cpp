@@ -29,7 +29,9 @@ const char kDisagreeForms[] =
     "--all sends one request for every disclaimer.";
 
 // One entry per subcommand: name, operands, their number (least, most; -1 no limit), whether
-// they are whole numbers, options, summary, description, whether the service must be up, function.
+// they are whole numbers, options, summary, description, whether the service must be up, function,
+// and (optional, last) whether it runs until stopped, beyond --timeout. Help, the manual page and
+// the bash completion all read this table.
 // clang-format off
 const std::vector<CommandSpec> kCommands = {
     {"status", "", 0, 0, false, {}, "Tell whether the terms-client service is available.",
@@ -131,7 +133,7 @@ int FinishOutput(int status) {
 // command runs on a thread of its own so that terms-cli can stop waiting:
 // when the time is up it says so and leaves at once, the call still pending.
 Outcome ExecuteWithin(const Invocation& invocation) {
-    if (invocation.timeoutSeconds == 0) return Execute(invocation);
+    if (invocation.timeoutSeconds == 0 || invocation.command->unbounded) return Execute(invocation);
     std::promise<Outcome> promise;
     std::future<Outcome> outcome = promise.get_future();
     std::thread([&invocation, promise = std::move(promise)]() mutable {

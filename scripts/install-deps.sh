@@ -11,6 +11,7 @@ PACKAGES=(
   dbus
   libglib2.0-bin systemd python3-dbus python3-gi
   mono-mcs mono-runtime
+  help2man
   clang libclang-rt-14-dev llvm
 )
 

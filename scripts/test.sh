@@ -23,6 +23,9 @@ run_suite build/ci -DCMAKE_BUILD_TYPE=RelWithDebInfo
 echo "== Install and build consumers against the installed library =="
 tests/consumer/check.sh build/ci
 
+echo "== Debian packages: build with cpack, unpack into a fresh root, run the consumers and tools =="
+tests/packaging/check.sh build/ci
+
 echo "== Build and test with AddressSanitizer + UndefinedBehaviorSanitizer =="
 run_suite build/ci-asan -DCMAKE_BUILD_TYPE=Debug -DASAN=ON -DUBSAN=ON
 

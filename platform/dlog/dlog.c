@@ -23,10 +23,21 @@ enum { TIMESTAMP_LENGTH = 24 };
 
 typedef enum { OUTPUT_STDERR, OUTPUT_FILE, OUTPUT_SYSLOG, OUTPUT_NONE } output_kind;
 
+/* DLOG_FILTER: up to this many "tag:priority" entries, tags up to this length. */
+enum { MAX_FILTERS = 32, MAX_TAG_LENGTH = 63 };
+
+typedef struct {
+    char tag[MAX_TAG_LENGTH + 1];
+    int min_prio;
+} tag_filter;
+
 static struct {
     output_kind kind;
     int fd;
-    int min_prio;
+    int min_prio; /* for tags without an entry of their own */
+    int keep_colour;
+    int filter_count;
+    tag_filter filters[MAX_FILTERS];
 } g_config;
 
 static pthread_once_t g_config_once = PTHREAD_ONCE_INIT;
@@ -41,6 +52,60 @@ static int priority_from_text(const char* text) {
     return letter ? (int)(letter - PRIORITY_LETTERS) : DLOG_DEBUG;
 }
 
+/* A priority as DLOG_FILTER writes it: a letter (S: silent, nothing passes)
+ * or a number 2..7; -1 when it is neither. */
+static int filter_priority(const char* text, size_t length) {
+    if (length != 1) return -1;
+    if ((text[0] & ~0x20) == 'S') return DLOG_SILENT;
+    if (text[0] >= '0' + DLOG_VERBOSE && text[0] <= '0' + DLOG_FATAL) return text[0] - '0';
+    const char* letter = strchr(PRIORITY_LETTERS + DLOG_VERBOSE, text[0] & ~0x20);
+    return letter && *letter ? (int)(letter - PRIORITY_LETTERS) : -1;
+}
+
+static void add_filter(const char* entry, size_t length) {
+    const char* colon = memchr(entry, ':', length);
+    size_t tag_length = colon ? (size_t)(colon - entry) : 0;
+    int prio = colon ? filter_priority(colon + 1, length - tag_length - 1) : -1;
+    if (prio < 0 || tag_length == 0 || tag_length > MAX_TAG_LENGTH || g_config.filter_count == MAX_FILTERS) {
+        fprintf(stderr, "dlog: ignoring the DLOG_FILTER entry \"%.*s\" (write TAG:PRIORITY, e.g. dterms-dbus:E)\n",
+                (int)length, entry);
+        return;
+    }
+    if (tag_length == 1 && entry[0] == '*') {
+        g_config.min_prio = prio;
+        return;
+    }
+    tag_filter* filter = &g_config.filters[g_config.filter_count++];
+    memcpy(filter->tag, entry, tag_length);
+    filter->tag[tag_length] = '\0';
+    filter->min_prio = prio;
+}
+
+/* DLOG_FILTER="tag:P,tag:P,*:P": a lowest priority per tag, "*" for the rest. */
+static void read_filters(const char* text) {
+    while (text && *text) {
+        size_t length = strcspn(text, ", ");
+        if (length > 0) add_filter(text, length);
+        text += length;
+        text += strspn(text, ", ");
+    }
+}
+
+static int min_prio_for(const char* tag) {
+    for (int i = 0; i < g_config.filter_count; ++i) {
+        if (strcmp(g_config.filters[i].tag, tag) == 0) return g_config.filters[i].min_prio;
+    }
+    return g_config.min_prio;
+}
+
+/* DLOG_COLOR=always|never; by default colour codes reach a terminal only. */
+static int keeps_colour(void) {
+    const char* colour = getenv("DLOG_COLOR");
+    if (colour && strcasecmp(colour, "always") == 0) return 1;
+    if (colour && strcasecmp(colour, "never") == 0) return 0;
+    return g_config.kind != OUTPUT_SYSLOG && g_config.kind != OUTPUT_NONE && isatty(g_config.fd);
+}
+
 static int open_log_file(const char* path) {
     int fd = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     return fd >= 0 ? fd : STDERR_FILENO;
@@ -51,15 +116,34 @@ static void read_config(void) {
     g_config.kind = OUTPUT_STDERR;
     g_config.fd = STDERR_FILENO;
     g_config.min_prio = priority_from_text(getenv("DLOG_MIN_PRIO"));
-    if (!output) return;
-    if (strncmp(output, "file:", 5) == 0 && output[5]) {
+    read_filters(getenv("DLOG_FILTER"));
+    if (output && strncmp(output, "file:", 5) == 0 && output[5]) {
         g_config.kind = OUTPUT_FILE;
         g_config.fd = open_log_file(output + 5);
-    } else if (strcasecmp(output, "syslog") == 0) {
+    } else if (output && strcasecmp(output, "syslog") == 0) {
         g_config.kind = OUTPUT_SYSLOG;
-    } else if (strcasecmp(output, "none") == 0) {
+    } else if (output && strcasecmp(output, "none") == 0) {
         g_config.kind = OUTPUT_NONE;
     }
+    g_config.keep_colour = keeps_colour();
+}
+
+/* Removes the terminal's colour codes (ESC [ digits and ; ... m) from the
+ * line in place; returns the new length. */
+static size_t strip_colour(char* line, size_t length) {
+    size_t kept = 0;
+    for (size_t i = 0; i < length; ++i) {
+        if (line[i] == '\033' && i + 1 < length && line[i + 1] == '[') {
+            size_t end = i + 2;
+            while (end < length && ((line[end] >= '0' && line[end] <= '9') || line[end] == ';')) ++end;
+            if (end < length && line[end] == 'm') {
+                i = end;
+                continue;
+            }
+        }
+        line[kept++] = line[i];
+    }
+    return kept;
 }
 
 static int syslog_priority(int prio) {
@@ -129,7 +213,8 @@ __attribute__((format(printf, 4, 0))) static int format_and_emit(int log_id, int
     if (message < 0) return -EINVAL;
     if (!line) return -ENOMEM;
 
-    if (message == 0 || line[length - 1] != '\n') line[length++] = '\n';
+    if (!g_config.keep_colour) length = strip_colour(line, length);
+    if (length == 0 || line[length - 1] != '\n') line[length++] = '\n';
     int result = emit_line(prio, line, length);
     if (line != stack_line) free(line);
     return result;
@@ -139,7 +224,7 @@ DLOG_EXPORT int __dlog_print(int log_id, int prio, const char* tag, const char* 
     if (!tag || !fmt || log_id < LOG_ID_MAIN || log_id >= LOG_ID_MAX || prio < DLOG_VERBOSE || prio > DLOG_FATAL)
         return -EINVAL;
     pthread_once(&g_config_once, read_config);
-    if (g_config.kind == OUTPUT_NONE || prio < g_config.min_prio) return 0;
+    if (g_config.kind == OUTPUT_NONE || prio < min_prio_for(tag)) return 0;
 
     va_list args;
     va_start(args, fmt);

@@ -14,6 +14,7 @@ static const char USAGE[] =
     "       vconftool set KEY VALUE   (VALUE \"-\" reads the value from standard input)\n"
     "       vconftool unset KEY\n"
     "       vconftool --help\n"
+    "       vconftool --version\n"
     "\n"
     "The store lives below $VCONF_ROOT (default /var/lib/veranti/vconf), one file per key.\n"
     "get prints the value followed by a newline.\n"
@@ -90,6 +91,10 @@ int main(int argc, char** argv) {
     if (argc == 2 && (strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0)) {
         fputs(USAGE, stdout);
         return EXIT_OK;
+    }
+    if (argc == 2 && strcmp(argv[1], "--version") == 0) {
+        printf("vconftool %s\n", VCONFTOOL_VERSION);
+        return fflush(stdout) == 0 ? EXIT_OK : EXIT_FAILED;
     }
     if (argc < 3) return usage_error();
     const char* command = argv[1];

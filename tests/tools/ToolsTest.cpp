@@ -5,15 +5,20 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
+#include <regex>
 #include <thread>
 
 #include "Catalogue.h"
 #include "FakeTermsService.h"
+#include "PrivateBus.h"
 #include "TempStore.h"
 
 namespace fs = std::filesystem;
@@ -65,30 +70,79 @@ CliRun Cli(const std::string& line) {
     return CliRun{WIFEXITED(wait) ? WEXITSTATUS(wait) : -1, out ? out : "", err ? err : ""};
 }
 
-// terms-service-sim as a child process, waited for until it serves its bus name or exits.
+// Runs a program to its end with the log off: its exit status (-1 for a signal) and what it wrote.
+CliRun RunToEnd(std::vector<std::string> argv) {
+    std::vector<gchar*> args;
+    for (std::string& arg : argv) args.push_back(arg.data());
+    args.push_back(nullptr);
+    g_auto(GStrv) env = g_environ_setenv(g_get_environ(), "DLOG_OUTPUT", "none", TRUE);
+    g_autofree gchar *out = nullptr, *err = nullptr;
+    gint wait = 0;
+    EXPECT_TRUE(g_spawn_sync(nullptr, args.data(), env, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err, &wait, nullptr));
+    return CliRun{WIFEXITED(wait) ? WEXITSTATUS(wait) : -1, out ? out : "", err ? err : ""};
+}
+
+// Runs terms-cli through the shell, for redirections: `script` follows the program's path.
+CliRun CliInShell(const std::string& script) {
+    const std::string command = std::string(TERMS_CLI_PATH " ") + script;
+    const char* argv[] = {"/bin/sh", "-c", command.c_str(), nullptr};
+    g_autofree gchar *out = nullptr, *err = nullptr;
+    gint wait = 0;
+    EXPECT_TRUE(g_spawn_sync(nullptr, const_cast<gchar**>(argv), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err,
+                             &wait, nullptr));
+    return CliRun{WIFEXITED(wait) ? WEXITSTATUS(wait) : -1, out ? out : "", err ? err : ""};
+}
+
+// A serving program as a child process (terms-service-sim by default), waited for until it prints that it
+// serves its bus name, or exits. Its standard error is captured when asked (with the log off, so that the
+// pipe never fills).
 struct SimProcess {
-    explicit SimProcess(const std::vector<std::string>& args) {
-        std::vector<const char*> argv{TERMS_SERVICE_SIM_PATH};
+    explicit SimProcess(const std::vector<std::string>& args, const char* program = TERMS_SERVICE_SIM_PATH,
+                        bool captureErrors = false) {
+        std::vector<const char*> argv{program};
         for (const std::string& arg : args) argv.push_back(arg.c_str());
         argv.push_back(nullptr);
-        g_autoptr(GSubprocessLauncher) launcher = g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDOUT_PIPE);
+        g_autoptr(GSubprocessLauncher) launcher = g_subprocess_launcher_new(
+            captureErrors ? GSubprocessFlags(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_PIPE)
+                          : G_SUBPROCESS_FLAGS_STDOUT_PIPE);
+        if (captureErrors) g_subprocess_launcher_setenv(launcher, "DLOG_OUTPUT", "none", TRUE);
         g_subprocess_launcher_set_child_setup(
             launcher, [](gpointer) { prctl(PR_SET_PDEATHSIG, SIGKILL); }, nullptr, nullptr);
         process = g_subprocess_launcher_spawnv(launcher, argv.data(), nullptr);
         g_autoptr(GDataInputStream) out = g_data_input_stream_new(g_subprocess_get_stdout_pipe(process));
         while (gchar* line = serving ? nullptr : g_data_input_stream_read_line(out, nullptr, nullptr, nullptr)) {
-            serving = g_strrstr(line, ": serving ");
+            serving = g_strrstr(line, "serving ");
             g_free(line);
         }
     }
-    ~SimProcess() { g_object_unref(process); }  // a child left running dies with the test
-    // SIGTERM, then the exit status (-1 when a signal ended it); again: the same status.
-    int Stop() {
-        g_subprocess_send_signal(process, SIGTERM);
+    ~SimProcess() {  // a child left running dies with the test
+        if (errors) g_object_unref(errors);
+        g_object_unref(process);
+    }
+    // Waits for the program to end by itself: its exit status (-1 when a signal ended it).
+    int Wait() {
         g_subprocess_wait(process, nullptr, nullptr);
         return g_subprocess_get_if_exited(process) ? g_subprocess_get_exit_status(process) : -1;
     }
+    // SIGTERM, then the exit status (-1 when a signal ended it); again: the same status.
+    int Stop() {
+        g_subprocess_send_signal(process, SIGTERM);
+        return Wait();
+    }
+    // The next line the program writes on standard error (when captured); empty at its end.
+    std::string ErrorLine() {
+        if (!errors) errors = g_data_input_stream_new(g_subprocess_get_stderr_pipe(process));
+        g_autofree gchar* line = g_data_input_stream_read_line(errors, nullptr, nullptr, nullptr);
+        return line ? line : "";
+    }
+    // Every line still to come on standard error, once the program ends.
+    std::string Errors() {
+        std::string all;
+        for (std::string line = ErrorLine(); !line.empty(); line = ErrorLine()) all += line + "\n";
+        return all;
+    }
 
+    GDataInputStream* errors = nullptr;
     GSubprocess* process;
     bool serving = false;
 };
@@ -97,6 +151,7 @@ TEST(ACatalogue, NamesThePlaceOfEachMistake) {
     // The test catalogue with `from` replaced by `to` is refused naming `place`.
     const std::string kMistakes[][3] = {
         {R"(["T1", "T2"],)", R"(["T1", "T2"])", "not valid JSON"},
+        {R"(["A1", "A2"]},)", R"(["A1", "A2",]},)", "not valid JSON"},
         {R"("default_country": "AA")", R"("default_country": "ZZ")", "default_country"},
         {R"("title": "Child")", R"("titel": "Child")", "disclaimers.child.titel: unknown member"},
         {R"("agree_dependency": "base")", R"("agree_dependency": "nope")", "disclaimers.child.agree_dependency"},
@@ -118,6 +173,45 @@ TEST(ACatalogue, NamesThePlaceOfEachMistake) {
             EXPECT_NE(std::string(error.what()).find(place), std::string::npos) << error.what();
         }
     }
+}
+
+TEST(ACatalogue, TakesCommentsAndSectionsWithoutTitleOrData) {
+    std::string sparse = kCatalogue;
+    sparse.insert(1, "// the test catalogue\n /* with comments */");
+    const std::string sections = R"([{"title": "S1", "data": "D1"}, {"title": "S2", "data": "D2"}])";
+    sparse.replace(sparse.find(sections), sections.size(), R"([{"title": "Only a title"}, {"data": "Only data"}])");
+    const auto catalogue = termssim::Catalogue::FromText(sparse);
+    EXPECT_EQ(catalogue.FindCountry("AA")->Find("base")->details.size(), 2u);
+}
+
+TEST(ACatalogue, RefusesADirectoryAndAFileBeyondItsSizeLimitWithAClearReason) {
+    const std::pair<const char*, const char*> kFiles[] = {{"/tmp", "/tmp: is a directory"},
+                                                          {"/dev/zero", "/dev/zero: is larger than 64 MiB"},
+                                                          {"/no/such/catalogue", "No such file or directory"}};
+    for (const auto& [path, reason] : kFiles) {
+        try {
+            termssim::Catalogue::Load(path);
+            ADD_FAILURE() << path;
+        } catch (const termssim::CatalogueError& error) {
+            EXPECT_NE(std::string(error.what()).find(reason), std::string::npos) << error.what();
+        }
+    }
+}
+
+// Loading takes time in proportion to the catalogue: 100,000 items in one country and its lists load well
+// within the test's time limit (they did not load in a minute when each lookup went through the list).
+TEST(ACatalogue, LoadsOneHundredThousandItems) {
+    Json::Value root(Json::objectValue), ids(Json::arrayValue);
+    for (int i = 0; i < 100000; ++i) {
+        const std::string id = "item" + std::to_string(i);
+        root["disclaimers"][id]["title"] = "Title " + std::to_string(i);
+        ids.append(id);
+    }
+    root["countries"]["AA"]["disclaimers"] = ids;
+    for (const char* requester : {"0", "1", "2", "3", "4"}) root["countries"]["AA"]["requesters"][requester] = ids;
+    root["countries"]["AA"]["revised"] = ids;
+    const auto catalogue = termssim::Catalogue::FromText(termssim::WriteCompactJson(root));
+    EXPECT_EQ(catalogue.FindCountry("AA")->OrderOf("item99999"), 99999);
 }
 
 TEST(TheSampleCatalogue, HasSeveralCountriesSixItemsANoticeADependencyARevisionAndNonAsciiTexts) {
@@ -204,6 +298,11 @@ TEST_F(TheTermsCli, SendsEachSubcommandsRequestAndExitsWithOneWhenRefusedAndThre
 }
 
 TEST_F(TheTermsCli, AnswersHelpWithZeroAndBadUsageWithTwoWithoutAskingTheService) {
+    for (const CliRun& version : {Cli("--version"), RunToEnd({TERMS_SERVICE_SIM_PATH, "--version"})}) {
+        EXPECT_TRUE(version.status == 0 &&
+                    std::regex_match(version.out, std::regex("terms-(cli|service-sim) [0-9.]+\n")))
+            << version.out;
+    }
     const std::string help = Cli("-h").out;
     EXPECT_NE(help.find("3  the terms-client service could not be reached"), std::string::npos) << help;
     for (const std::string command :
@@ -225,6 +324,85 @@ TEST_F(TheTermsCli, AnswersHelpWithZeroAndBadUsageWithTwoWithoutAskingTheService
     EXPECT_TRUE(service.Requests().empty());
 }
 
+TEST_F(TheTermsCli, GivesUpOnASilentServiceWhenItsTimeoutRunsOut) {
+    testbed::FakeReply late = testbed::FakeReply::Result(true);
+    late.delayMs = 300;
+    service.SetReply("is service available", late);
+    EXPECT_EQ(Cli("--timeout 5 status").status, 0);
+    service.SetReply("is service available", testbed::FakeReply::NoReply());
+    for (const char* line : {"--timeout 1 status", "agree first --timeout=1", "--json --timeout 1 list"}) {
+        const CliRun run = Cli(line);
+        EXPECT_TRUE(run.status == 4 && run.out.empty() && run.ErrIsOneLine()) << line << ": " << run.err;
+        EXPECT_NE(run.err.find("did not answer within 1 second (--timeout)"), std::string::npos) << run.err;
+    }
+}
+
+TEST_F(TheTermsCli, ExplainsRefusalsAndMistakesInPlainWords) {
+    service.SetReply("set one agreement", testbed::FakeReply::Result(false));
+    service.SetReply("set country code", testbed::FakeReply::Result(false));
+    service.SetReply("dravik get error info",
+                     testbed::FakeReply::WithBody(
+                         ParsedJson(R"({"result":false,"errorcode":3,"errorreason":4,"errormessage":"no network"})")));
+    const std::pair<const char*, const char*> kCases[] = {
+        {"disagree first", R"(refused the withdrawal of the agreement to "first" (the service's log says why).)"},
+        {"agree first second", R"(refused the agreement to "first", "second" (the service's log says why).)"},
+        {"country set ZZ", R"(refused the country code "ZZ" (the service's log says why).)"},
+        {"check --info", "failed with error code 3 and reason 4: no network."},
+        {"list extra", R"(list takes no operands, so "extra" is one too many)"},
+        {"show a b", R"(show takes only <id>, so "b" is one too many)"},
+        {"agree", "agree needs <id>... or --all or --json OBJECT"},
+        {"--timeout -1 status", "--timeout must be a whole number from 0 to 86400"},
+    };
+    for (const auto& [line, sentence] : kCases) {
+        const CliRun run = Cli(line);
+        EXPECT_TRUE(run.status != 0 && run.ErrIsOneLine() && run.err.find(sentence) != std::string::npos)
+            << line << " -> " << run.err;
+    }
+}
+
+TEST_F(TheTermsCli, TellsAStoreItCannotReadFromAnAnswerOfNo) {
+    for (const char* key : {"db/veranti/disclaimeragrees", "db/veranti/terms_title"}) {
+        fs::create_directories(fs::path(store.Root()) / key);  // exists, but cannot be read as a value
+    }
+    for (const char* line : {"agreement first", "exists first", "title 0", "titles"}) {
+        const CliRun run = Cli(line);
+        EXPECT_TRUE(run.status == 1 && run.out.empty() && run.ErrIsOneLine()) << line << ": " << run.out << run.err;
+        EXPECT_NE(run.err.find("store cannot be read (db/veranti/"), std::string::npos) << run.err;
+        EXPECT_NE(run.err.find(std::strerror(EISDIR)), std::string::npos) << run.err;
+    }
+    fs::remove_all(fs::path(store.Root()) / "db");
+    EXPECT_EQ(Cli("agreement first").out + Cli("titles").out, "first: not agreed\nThe store holds no menu titles.\n");
+}
+
+TEST_F(TheTermsCli, FailsWhenItsOutputCannotBeWritten) {
+    for (const char* line : {"titles", "--json status", "--help", "status"}) {
+        const CliRun run = CliInShell(std::string(line) + " >/dev/full");
+        EXPECT_EQ(run.status, 1) << line;
+        EXPECT_NE(run.err.find("cannot write to standard output: " + std::string(std::strerror(ENOSPC))),
+                  std::string::npos)
+            << line << ": " << run.err;
+    }
+}
+
+TEST_F(TheTermsCli, CompletesCommandsGroupMembersAndOptionsFromItsOwnHelp) {
+    // The words typed so far, the last one being completed, and what completion offers.
+    const std::pair<const char*, const char*> kCases[] = {
+        {"cou", "country"},
+        {"country ''", "set list"},
+        {"store u", "unset"},
+        {"list --re", "--requester"},
+        {"--json --timeout 5 st", "status store"},
+        {"--ti", "--timeout"},
+        {"agree --json '{}' --pro", "--product-type"},
+        {"show --index 1 --req", "--requester"},
+    };
+    for (const auto& [words, offered] : kCases) {
+        const std::string script = std::string("source " TERMS_CLI_COMPLETION "; COMP_WORDS=(" TERMS_CLI_PATH " ") +
+                                   words + "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _terms_cli; echo ${COMPREPLY[*]}";
+        EXPECT_EQ(RunToEnd({"/bin/bash", "-c", script}).out, std::string(offered) + "\n") << words;
+    }
+}
+
 const char kBusName[] = "com.velmora.tv.termsclient", kAgreementsKey[] = "db/veranti/disclaimeragrees",
            kCountryKey[] = "db/veranti/country_code";
 
@@ -236,11 +414,11 @@ protected:
         Restart();
     }
     void TearDown() override { EXPECT_EQ(m_Sim->Stop(), 0); }  // still serving; under sanitizers: no leak
-    void Restart(std::vector<std::string> args = {}) {
+    void Restart(std::vector<std::string> args = {}, bool captureErrors = false) {
         EXPECT_EQ(m_Sim ? m_Sim->Stop() : 0, 0);
         args.insert(args.end(), {"--catalogue", m_Dir / "catalogue.json", "--store-root", m_Store.Root(), "--set-dir",
                                  m_Dir / "set", "--usb-dir", m_Dir / "usb"});
-        m_Sim = std::make_unique<SimProcess>(args);
+        m_Sim = std::make_unique<SimProcess>(args, TERMS_SERVICE_SIM_PATH, captureErrors);
         ASSERT_TRUE(m_Sim->serving);
     }
 
@@ -312,6 +490,40 @@ TEST_F(ARunningSimulator, RecordsAgreementsThatTheDirectStoreQueryReadsBack) {
                 Cli("--json agreement base").JsonOut()["agreed"].asBool());
 }
 
+// The simulator reads the stored agreements as the library does; what neither can read stays as it is.
+TEST_F(ARunningSimulator, ReadsStoredAgreementsAsTheLibraryDoesAndNeverRewritesWhatItCannotRead) {
+    const fs::path key = fs::path(m_Store.Root()) / kAgreementsKey;
+    const std::pair<const char*, bool> kStored[] = {
+        {R"({"base":"true","extra":"true",})", true},
+        {"// agreed on the set\n{\"base\":\"true\", /* and */ \"extra\":\"true\"}", true},
+        {R"({"base":"tr)", false},
+        {R"(["base","extra"])", false},
+        {"", false},  // a key that exists but cannot be read
+    };
+    for (const auto& [text, readable] : kStored) {
+        SCOPED_TRACE(text);
+        fs::remove(key);
+        if (*text) {
+            m_Store.Set(kAgreementsKey, text);
+        } else {
+            ASSERT_EQ(mkfifo(key.c_str(), 0600), 0);
+        }
+        const bool listed = Cli("--json list --requester 1").JsonOut()["disclaimers"][1]["is_agreed"].asBool();
+        EXPECT_EQ(Cli("--json agreement base").JsonOut()["agreed"].asBool(), listed);
+        const Json::Value refusal =
+            Raw("", R"({"method":"set one agreement","product_type":"TV","request_item":"child","is_agreed":true})");
+        if (readable) {
+            EXPECT_TRUE(listed && refusal["result"].asBool()) << refusal;
+            EXPECT_EQ(Agreement("base") + Agreement("extra") + Agreement("child"), 3);
+            continue;
+        }
+        EXPECT_NE(refusal["errormessage"].asString().find("cannot be read"), std::string::npos) << refusal;
+        EXPECT_EQ(Cli("agree extra").status + Cli("country set BB").status, 2);
+        EXPECT_EQ(*text ? *m_Store.Get(kAgreementsKey) : std::string(fs::is_fifo(key) ? "" : "replaced"), text);
+    }
+    fs::remove(key);
+}
+
 TEST_F(ARunningSimulator, KeepsCountryTextsTitlesAndAgreementsAcrossARestart) {
     EXPECT_EQ(Cli("country set BB").status, 0);
     ASSERT_TRUE(Api().SetDisclaimerItemAgreement("bb_only", 1, "TV"));
@@ -377,6 +589,78 @@ TEST_F(ARunningSimulator, AnswersBadRequestsSentRawWithAReasonAndChangesNothing)
         EXPECT_TRUE(reply["result"] == false && reply["errormessage"].asString() != "") << body;
     }
     EXPECT_EQ(*m_Store.Get(kAgreementsKey) + *m_Store.Get(kCountryKey), before);  // and it still serves: see TearDown
+}
+
+TEST_F(ARunningSimulator, RefusesToStartOnAnOwnedNameUnlessToldToReplaceItsOwner) {
+    const std::vector<std::string> sim = {TERMS_SERVICE_SIM_PATH, "--catalogue", m_Dir / "catalogue.json"};
+    const CliRun second = RunToEnd(sim);
+    EXPECT_TRUE(second.status == 1 &&
+                second.err.find(std::string(kBusName) + " already has an owner") != std::string::npos)
+        << second.err;
+    for (const char* name : {"no-dots", "bad..name", ":1.5", "9starts.with.digit"}) {
+        std::vector<std::string> bad = sim;
+        bad.insert(bad.end(), {"--bus-name", name});
+        const CliRun run = RunToEnd(bad);
+        EXPECT_TRUE(run.status == 2 && run.err.find("is not a bus name a service can own") != std::string::npos &&
+                    run.err.find("CRITICAL") == std::string::npos)
+            << name << ": " << run.err;
+    }
+    auto replacing = std::make_unique<SimProcess>(
+        std::vector<std::string>{"--replace", "--catalogue", m_Dir / "catalogue.json"}, TERMS_SERVICE_SIM_PATH, true);
+    ASSERT_TRUE(replacing->serving);
+    EXPECT_EQ(m_Sim->Wait(), 3);  // the first one: another process took the name
+    std::swap(m_Sim, replacing);
+    EXPECT_TRUE(Api().IsServiceAvailable());
+}
+
+// As systemd does with the unit (Restart=on-failure): a service that exits because the bus went away is
+// started again once the bus is back, and answers.
+TEST_F(ARunningSimulator, SaysTheBusWentAwayAndServesAgainWhenRestartedAfterTheBus) {
+    SimProcess echo({"test.tools.echo"}, ECHO_SERVER_PATH, true);
+    ASSERT_TRUE(echo.serving);
+    testbed::PrivateBus::Current()->Stop();
+    EXPECT_EQ(m_Sim->Wait(), 4);
+    EXPECT_EQ(echo.Wait(), 4);
+    EXPECT_NE(echo.Errors().find("the bus went away"), std::string::npos);
+    testbed::PrivateBus::Current()->Start();
+    m_Sim.reset();
+    Restart();
+    EXPECT_TRUE(Api().IsServiceAvailable());
+}
+
+TEST(TheEchoServer, SaysSoAndExitsWhenItCannotOwnItsName) {
+    // An owner that lets nobody replace it: the echo server is only queued, and never owns the name.
+    g_autoptr(GDBusConnection) bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+    g_autoptr(GVariant) owned =
+        g_dbus_connection_call_sync(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                    "RequestName", g_variant_new("(su)", "test.tools.kept", 0u), G_VARIANT_TYPE("(u)"),
+                                    G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
+    ASSERT_TRUE(owned);
+    SimProcess echo({"test.tools.kept"}, ECHO_SERVER_PATH, true);
+    EXPECT_FALSE(echo.serving);
+    EXPECT_EQ(echo.Wait(), 1);
+    EXPECT_NE(echo.Errors().find("cannot own test.tools.kept"), std::string::npos);
+}
+
+TEST_F(ARunningSimulator, ReloadsItsCatalogueOnSighupAndKeepsTheOneInUseWhenTheNewOneIsBad) {
+    Restart({}, true);
+    const auto reload = [this](const std::string& text) {
+        g_file_set_contents((m_Dir / "catalogue.json").c_str(), text.c_str(), -1, nullptr);
+        g_subprocess_send_signal(m_Sim->process, SIGHUP);
+        return m_Sim->ErrorLine();
+    };
+    const auto titleOf = [](const char* id) {
+        STHomeDisclaimerContentItem item;
+        return Api().GetDisclaimerDetail(id, item, "TV") == 0 ? item.strTitle : "-";
+    };
+    std::string revised = kCatalogue;
+    revised.replace(revised.find("Base terms"), 10, "Base terms 2");
+    EXPECT_NE(reload(revised).find("reloaded the catalogue"), std::string::npos);
+    EXPECT_EQ(titleOf("base"), "Base terms 2");
+    const std::string outcome = reload("{\"disclaimers\": ");
+    EXPECT_NE(outcome.find("keeping the one in use"), std::string::npos) << outcome;
+    EXPECT_NE(outcome.find("not valid JSON"), std::string::npos) << outcome;
+    EXPECT_EQ(titleOf("base"), "Base terms 2");
 }
 
 TEST_F(ARunningSimulator, CopiesCloneDataInsideItsDirectoriesOnly) {

@@ -10,20 +10,26 @@ namespace termscli {
 namespace {
 
 const char kProgram[] = "terms-cli";
+const int kMaxTimeout = 24 * 60 * 60;
 
 const std::vector<OptionSpec> kGlobalOptions = {
     {"--json", ValueKind::Flag, nullptr, "Print one JSON document on standard output instead of text."},
     {"--verbose", ValueKind::Flag, nullptr,
      "Let the library's log lines through to standard error (DLOG_OUTPUT decides where they go)."},
+    {"--timeout", ValueKind::Integer, "SECONDS",
+     "Give up when the service has not answered within SECONDS (default 25; 0 waits forever).", 0, kMaxTimeout},
     {"--help", ValueKind::Flag, nullptr, "Show help for the program, a group or a command (also -h)."},
+    {"--version", ValueKind::Flag, nullptr, "Show the version of terms-cli."},
 };
 
 const char kExitStatus[] =
     "Exit status:\n"
     "  0  done\n"
-    "  1  the service said no (or the store holds no such key)\n"
+    "  1  the service said no, the store holds no such key or cannot be read,\n"
+    "     or the output could not be written\n"
     "  2  bad usage\n"
-    "  3  the terms-client service could not be reached\n";
+    "  3  the terms-client service could not be reached\n"
+    "  4  the terms-client service did not answer in time (--timeout)\n";
 
 bool IsOption(const std::string& arg) {
     return arg.size() > 1 && arg[0] == '-' && !(arg[1] >= '0' && arg[1] <= '9');
@@ -126,9 +132,12 @@ size_t TakeOption(const std::vector<std::string>& args, size_t i, Invocation& in
         value = args[++i];
     }
     if (global) {
+        CheckValue(invocation, *option, value);
+        if (name == "--timeout") invocation.timeoutSeconds = std::atoi(value.c_str());
         invocation.json = invocation.json || name == "--json";
         invocation.verbose = invocation.verbose || name == "--verbose";
         invocation.help = invocation.help || name == "--help";
+        invocation.version = invocation.version || name == "--version";
         return i;
     }
     if (invocation.Has(name)) Fail(invocation, name + " is given twice");
@@ -154,18 +163,25 @@ void CheckOperandCount(const Invocation& invocation) {
     const int count = static_cast<int>(invocation.operands.size());
     std::vector<std::string> replacing;
     for (const OptionSpec& option : command.options) {
-        if (option.replacesOperands && invocation.Has(option.name)) replacing.push_back(option.name);
+        if (option.replacesOperands && invocation.Has(option.name)) replacing.emplace_back(option.name);
     }
     if (replacing.size() > 1) Fail(invocation, replacing[0] + " and " + replacing[1] + " cannot be combined");
     if (replacing.size() == 1) {
         if (count > 0) Fail(invocation, replacing[0] + " takes the place of the operands; give one or the other");
         return;
     }
-    if (count < command.minOperands)
-        Fail(invocation, std::string(command.name) + " needs " + OperandsSynopsis(command));
+    if (count < command.minOperands) {
+        std::string forms = OperandsSynopsis(command);
+        for (size_t bar = forms.find(" | "); bar != std::string::npos; bar = forms.find(" | ")) {
+            forms.replace(bar, 3, " or ");
+        }
+        Fail(invocation, std::string(command.name) + " needs " + forms);
+    }
     if (command.maxOperands >= 0 && count > command.maxOperands) {
-        Fail(invocation, std::string(command.name) + " takes at most " + std::to_string(command.maxOperands) +
-                             " operand" + (command.maxOperands == 1 ? "" : "s") + ", not " + std::to_string(count));
+        const std::string extra = invocation.operands[static_cast<size_t>(command.maxOperands)];
+        std::string sentence = std::string(command.name) + " takes ";
+        sentence += command.maxOperands == 0 ? std::string("no operands") : std::string("only ") + command.operands;
+        Fail(invocation, sentence + ", so \"" + extra + "\" is one too many");
     }
 }
 
@@ -197,6 +213,7 @@ std::string Columns(const std::vector<std::pair<std::string, std::string>>& rows
 
 std::string OptionsBlock(const std::vector<OptionSpec>& options) {
     std::vector<std::pair<std::string, std::string>> rows;
+    rows.reserve(options.size());
     for (const OptionSpec& option : options) rows.emplace_back(OptionSynopsis(option), option.help);
     return Columns(rows);
 }
@@ -239,8 +256,9 @@ std::string UsageLines(const CommandSpec& command) {
 
 std::string GlobalHelp(const std::vector<CommandSpec>& commands) {
     std::ostringstream text;
-    text << "Usage: " << kProgram << " [--json] [--verbose] <command> [options] [operands]\n"
-         << "       " << kProgram << " [<command>] --help\n\n"
+    text << "Usage: " << kProgram << " [--json] [--verbose] [--timeout SECONDS] <command> [options] [operands]\n"
+         << "  or:  " << kProgram << " [<command>] --help\n"
+         << "  or:  " << kProgram << " --version\n\n"
          << "Asks the terms-client service (com.velmora.tv.termsclient) through the terms client\n"
          << "library, and reads the configuration store that the service keeps.\n\n"
          << "Commands:\n"
@@ -307,12 +325,13 @@ Invocation ParseArguments(int argc, char** argv, const std::vector<CommandSpec>&
     size_t i = 0;
     for (; i < args.size() && IsOption(args[i]); ++i) i = TakeOption(args, i, invocation);
     if (i == args.size()) {
-        if (!invocation.help) Fail(invocation, "no command given");
+        if (!invocation.help && !invocation.version) Fail(invocation, "no command given");
         return invocation;
     }
     for (i = TakeCommandName(args, i, commands, invocation); i < args.size(); ++i) {
         if (args[i] == "--") {
-            invocation.operands.insert(invocation.operands.end(), args.begin() + i + 1, args.end());
+            invocation.operands.insert(invocation.operands.end(), std::next(args.begin(), static_cast<long>(i) + 1),
+                                       args.end());
             break;
         }
         if (IsOption(args[i])) {
@@ -323,7 +342,7 @@ Invocation ParseArguments(int argc, char** argv, const std::vector<CommandSpec>&
             Fail(invocation, "unknown command \"" + invocation.group + " " + args[i] + "\"");
         }
     }
-    if (invocation.help) return invocation;
+    if (invocation.help || invocation.version) return invocation;
     if (!invocation.command) Fail(invocation, invocation.group + " needs a subcommand");
     CheckOperands(invocation);
     return invocation;

@@ -18,7 +18,11 @@ enum ExitCode {
     kExitRefused = 1,      // the service (or the store) said no
     kExitUsage = 2,        // bad usage: unknown command or option, wrong operands
     kExitUnreachable = 3,  // the terms-client service could not be reached
+    kExitTimedOut = 4,     // the service did not answer within --timeout
 };
+
+// How long terms-cli waits for the service by default, as busctl does.
+constexpr int kDefaultTimeoutSeconds = 25;
 
 // Bad usage, found while reading the command line; the text is one sentence
 // without the program name.
@@ -71,6 +75,8 @@ struct CommandSpec {
     const char* description;  // the rest of the command's help
     bool needsService;        // ask "is service available" first (exit 3 when not)
     Handler run;
+    // Runs until stopped (a command that follows changes): --timeout does not apply.
+    bool unbounded = false;
 };
 
 // One parsed command line.
@@ -82,6 +88,8 @@ struct Invocation {
     bool json = false;
     bool verbose = false;
     bool help = false;
+    bool version = false;
+    int timeoutSeconds = kDefaultTimeoutSeconds;  // 0: wait forever
 
     bool Has(const std::string& option) const { return options.count(option) != 0; }
     std::string Text(const std::string& option, const std::string& fallback) const;

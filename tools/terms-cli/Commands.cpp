@@ -21,6 +21,10 @@ using ItemList = std::vector<std::unique_ptr<STHomeDisclaimerContentItem>>;
 // Product type of the set itself.
 const char kTelevision[] = "TV";
 
+// The store keys the library reads directly.
+const char kAgreementsKey[] = "db/veranti/disclaimeragrees";
+const char kMenuTitlesKey[] = "db/veranti/terms_title";
+
 CVerantiAPI& Client() {
     return *CVerantiAPI::GetInstance();
 }
@@ -53,10 +57,13 @@ Outcome Refused(std::string sentence, Json::Value data = Json::Value(Json::objec
     return outcome;
 }
 
+// The library hands back no reason for most refusals; the service logs it.
+const char kReasonInLog[] = " (the service's log says why)";
+
 // A request that the service carries out or refuses, with nothing else to show.
 Outcome Answer(bool accepted, const std::string& doneText, const std::string& what,
-               Json::Value data = Json::Value(Json::objectValue)) {
-    return accepted ? Done(doneText + "\n", data) : Refused("the service refused " + what, data);
+               const Json::Value& data = Json::Value(Json::objectValue)) {
+    return accepted ? Done(doneText + "\n", data) : Refused("the service refused " + what + kReasonInLog, data);
 }
 
 // Takes over the records the library allocated for a list.
@@ -108,13 +115,13 @@ Outcome SetEachAgreement(const Invocation& invocation, bool agreed, Json::Value 
         entry["id"] = id;
         entry["accepted"] = accepted;
         data["items"].append(entry);
-        rows.push_back({id, accepted ? (agreed ? "agreed" : "disagreed") : "refused"});
+        rows.push_back({id, accepted ? (agreed ? "agreed" : "withdrawn") : "refused"});
         if (!accepted) refused += (refused.empty() ? "" : ", ") + Quoted(id);
     }
     const std::string table = Table({"ID", "RESULT"}, rows);
     if (refused.empty()) return Done(table, data);
-    return Refused(std::string("the service refused to ") + (agreed ? "agree" : "disagree") + " to " + refused, data,
-                   table);
+    const std::string action = agreed ? "the agreement to " : "the withdrawal of the agreement to ";
+    return Refused("the service refused " + action + refused + kReasonInLog, data, table);
 }
 
 // agree and disagree: every id, --all, or (agree only) an object of agreements.
@@ -130,8 +137,9 @@ Outcome SetAgreements(const Invocation& invocation, bool agreed) {
     if (!invocation.Has("--all")) return SetEachAgreement(invocation, agreed, data);
     data["all"] = true;
     return Answer(Client().SetAllDisclaimerItemAgreement(agreed ? 1 : 0, ProductType(invocation)),
-                  std::string(agreed ? "Agreed" : "Disagreed") + " to all disclaimers.",
-                  std::string("to ") + (agreed ? "agree" : "disagree") + " to all disclaimers", data);
+                  agreed ? "Agreed to all disclaimers." : "Withdrew the agreement to all disclaimers.",
+                  agreed ? "the agreement to all disclaimers" : "the withdrawal of the agreement to all disclaimers",
+                  data);
 }
 
 Outcome Clone(const Invocation& invocation, bool toUsb) {
@@ -148,6 +156,19 @@ Outcome StoreFailure(const std::string& action, const std::string& key) {
     if (errno == EINVAL) throw UsageError(Quoted(key) + " is not a valid store key");
     if (errno == ENOENT) return Refused("the store holds no value for " + Quoted(key));
     return Refused("cannot " + action + " " + Quoted(key) + " in the store: " + std::strerror(errno));
+}
+
+// The library reads a store key it cannot open as "no": not agreed, no such
+// item, no titles. Those answers are only true when the key is readable or
+// absent; any other failure is the store's, reported with the system's reason.
+bool StoreKeyReadable(const char* key, Outcome& failure) {
+    errno = 0;
+    char* value = vconf_get_str(key);
+    const int reason = errno;
+    std::free(value);
+    if (value || reason == ENOENT) return true;
+    failure = Refused(std::string("the configuration store cannot be read (") + key + "): " + std::strerror(reason));
+    return false;
 }
 
 }  // namespace
@@ -203,7 +224,8 @@ Outcome RunRevised(const Invocation& invocation) {
     const bool accepted =
         Client().GetRevisedDisclaimers(records, ProductType(invocation), invocation.Text("--terms", ""));
     const ItemList items = Own(records);
-    if (!accepted) return Refused("the service refused the request for revised disclaimers");
+    if (!accepted)
+        return Refused(std::string("the service refused the request for revised disclaimers") + kReasonInLog);
     Json::Value data(Json::objectValue);
     data["disclaimers"] = ItemsToJson(items);
     std::string text = items.empty() ? "No disclaimers are revised.\n" : "";
@@ -221,6 +243,8 @@ Outcome RunDisagree(const Invocation& invocation) {
 
 Outcome RunAgreement(const Invocation& invocation) {
     const std::string& id = invocation.operands[0];
+    Outcome unreadable;
+    if (!StoreKeyReadable(kAgreementsKey, unreadable)) return unreadable;
     int agreed = 0;
     Client().GetDisclaimerItemAgreement(id, &agreed, kTelevision);
     Json::Value data(Json::objectValue);
@@ -231,6 +255,8 @@ Outcome RunAgreement(const Invocation& invocation) {
 
 Outcome RunExists(const Invocation& invocation) {
     const std::string& id = invocation.operands[0];
+    Outcome unreadable;
+    if (!StoreKeyReadable(kAgreementsKey, unreadable)) return unreadable;
     const bool exists = Client().IsDisclaimerItemExist(id, kTelevision);
     Json::Value data(Json::objectValue);
     data["id"] = id;
@@ -240,6 +266,8 @@ Outcome RunExists(const Invocation& invocation) {
 
 Outcome RunTitle(const Invocation& invocation) {
     const int index = invocation.IntegerOperand(0);
+    Outcome unreadable;
+    if (!StoreKeyReadable(kMenuTitlesKey, unreadable)) return unreadable;
     std::string title;
     if (Client().GetDisclaimerTitle(title, index) != 0) {
         return Refused("the store holds no menu title at position " + std::to_string(index));
@@ -251,6 +279,8 @@ Outcome RunTitle(const Invocation& invocation) {
 }
 
 Outcome RunTitles(const Invocation&) {
+    Outcome unreadable;
+    if (!StoreKeyReadable(kMenuTitlesKey, unreadable)) return unreadable;
     Json::Value data(Json::objectValue);
     data["titles"] = Json::Value(Json::arrayValue);
     std::vector<Row> rows;
@@ -305,7 +335,7 @@ Outcome RunHeader(const Invocation& invocation) {
     } else {
         Client().GetInformationForDisclaimer(header);
     }
-    if (header.isNull()) return Refused("the service sent no header data");
+    if (header.isNull()) return Refused(std::string("the service sent no header data") + kReasonInLog);
     Json::Value data(Json::objectValue);
     data["header"] = header;
     return Done(JsonToText(header), data);
@@ -330,9 +360,11 @@ Outcome RunCheck(const Invocation& invocation) {
         text += "  message:      " + (message.empty() ? std::string("-") : message) + "\n";
     }
     if (passed) return Done(text, data);
-    return Refused("the service's check failed with error code " + std::to_string(errorCode) + " and reason " +
-                       std::to_string(errorReason),
-                   data, text);
+    std::string sentence = "the service's check failed with error code " + std::to_string(errorCode);
+    sentence += " and reason " + std::to_string(errorReason);
+    if (!info) sentence += " (check --info asks for its message)";
+    if (info && !message.empty()) sentence += ": " + message;
+    return Refused(sentence, data, text);
 }
 
 Outcome RunCloneToUsb(const Invocation& invocation) {

@@ -1,6 +1,8 @@
 #include "Format.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <iostream>
 #include <sstream>
 
@@ -151,6 +153,22 @@ std::string ItemToText(const STHomeDisclaimerContentItem& item, Filled filled) {
     return text.str();
 }
 
+namespace {
+int g_OutputFailure = 0;
+}  // namespace
+
+void FlushOutput() {
+    errno = 0;
+    std::cout.flush();
+    const int reason = errno;
+    if ((!std::cout || std::ferror(stdout)) && g_OutputFailure == 0) g_OutputFailure = reason != 0 ? reason : EIO;
+}
+
+int OutputFailure() {
+    FlushOutput();
+    return g_OutputFailure;
+}
+
 void PrintError(const std::string& sentence) {
     std::cerr << "terms-cli: " << sentence << ".\n";
 }
@@ -164,7 +182,7 @@ void PrintOutcome(const Outcome& outcome, bool json) {
     } else {
         std::cout << outcome.text;
     }
-    std::cout.flush();
+    FlushOutput();
     if (!outcome.error.empty()) PrintError(outcome.error);
 }
 

@@ -42,6 +42,13 @@ std::string JsonToText(const Json::Value& value);
 // Writes the outcome: JSON or text on stdout, the error sentence on stderr.
 void PrintOutcome(const Outcome& outcome, bool json);
 
+// Flushes standard output and remembers the reason of its first failure.
+void FlushOutput();
+
+// 0 when everything written to standard output got out, else the reason of
+// the first failure (an errno value).
+int OutputFailure();
+
 // The one-sentence error line on stderr.
 void PrintError(const std::string& sentence);
 

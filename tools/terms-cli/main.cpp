@@ -4,9 +4,13 @@
 // log lines off the terminal unless asked, and runs one subcommand.
 #include <VerantiAPI.h>
 
+#include <chrono>
 #include <climits>
 #include <cstdlib>
+#include <cstring>
+#include <future>
 #include <iostream>
+#include <thread>
 
 #include "Arguments.h"
 #include "Commands.h"
@@ -25,7 +29,9 @@ const char kDisagreeForms[] =
     "--all sends one request for every disclaimer.";
 
 // One entry per subcommand: name, operands, their number (least, most; -1 no limit), whether
-// they are whole numbers, options, summary, description, whether the service must be up, function.
+// they are whole numbers, options, summary, description, whether the service must be up, function,
+// and (optional, last) whether it runs until stopped, beyond --timeout. Help, the manual page and
+// the bash completion all read this table.
 // clang-format off
 const std::vector<CommandSpec> kCommands = {
     {"status", "", 0, 0, false, {}, "Tell whether the terms-client service is available.",
@@ -114,6 +120,39 @@ Outcome Execute(const Invocation& invocation) {
     }
 }
 
+// Output that cannot be written is a failure, also of a command that did
+// what was asked (as with the core utilities: `terms-cli list >/dev/full`).
+int FinishOutput(int status) {
+    const int reason = OutputFailure();
+    if (reason == 0) return status;
+    PrintError(std::string("cannot write to standard output: ") + std::strerror(reason));
+    return kExitRefused;
+}
+
+// The library waits for the service as long as the service takes. The
+// command runs on a thread of its own so that terms-cli can stop waiting:
+// when the time is up it says so and leaves at once, the call still pending.
+Outcome ExecuteWithin(const Invocation& invocation) {
+    if (invocation.timeoutSeconds == 0 || invocation.command->unbounded) return Execute(invocation);
+    std::promise<Outcome> promise;
+    std::future<Outcome> outcome = promise.get_future();
+    std::thread([&invocation, promise = std::move(promise)]() mutable {
+        try {
+            promise.set_value(Execute(invocation));
+        } catch (...) {
+            promise.set_exception(std::current_exception());
+        }
+    }).detach();
+    if (outcome.wait_for(std::chrono::seconds(invocation.timeoutSeconds)) == std::future_status::ready) {
+        return outcome.get();
+    }
+    const int seconds = invocation.timeoutSeconds;
+    PrintError(std::string("the terms-client service (") + kServiceName + ") did not answer within " +
+               std::to_string(seconds) + (seconds == 1 ? " second" : " seconds") + " (--timeout)");
+    std::fflush(stdout);
+    std::_Exit(kExitTimedOut);
+}
+
 }  // namespace
 }  // namespace termscli
 
@@ -122,16 +161,20 @@ int main(int argc, char** argv) {
     Invocation invocation;
     try {
         invocation = ParseArguments(argc, argv, kCommands);
+        if (invocation.version && !invocation.help) {
+            std::cout << "terms-cli " << TERMS_CLI_VERSION << "\n";
+            return FinishOutput(kExitDone);
+        }
         if (invocation.help) {
             std::cout << HelpText(invocation, kCommands);
-            return kExitDone;
+            return FinishOutput(kExitDone);
         }
         // Before the library writes its first line; a DLOG_OUTPUT of the user's own wins.
         if (!invocation.verbose) setenv("DLOG_OUTPUT", "none", 0);
-        const Outcome outcome = Execute(invocation);
+        const Outcome outcome = ExecuteWithin(invocation);
         PrintOutcome(outcome, invocation.json);
         CVerantiAPI::Destroy();
-        return outcome.status;
+        return FinishOutput(outcome.status);
     } catch (const UsageError& e) {
         PrintError(e.what());
         return kExitUsage;

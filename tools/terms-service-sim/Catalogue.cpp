@@ -1,12 +1,14 @@
 #include "Catalogue.h"
 
+#include <fcntl.h>
 #include <glib.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
-#include <algorithm>
-#include <fstream>
+#include <cerrno>
+#include <cstring>
 #include <memory>
 #include <set>
-#include <sstream>
 
 namespace termssim {
 namespace {
@@ -132,8 +134,9 @@ Country ReadCountry(const std::string& code, const Json::Value& entry, const Jso
     if (ids.empty()) Fail(where + ".disclaimers", "a country needs at least one disclaimer");
     for (const std::string& id : ids) {
         if (!root["disclaimers"].isMember(id)) Fail(where + ".disclaimers", "unknown disclaimer \"" + id + "\"");
-        if (country.Find(id)) Fail(where + ".disclaimers", "\"" + id + "\" is listed twice");
-        country.disclaimers.push_back(ReadDisclaimer(id, root["disclaimers"][id], code));
+        if (!country.Add(ReadDisclaimer(id, root["disclaimers"][id], code))) {
+            Fail(where + ".disclaimers", "\"" + id + "\" is listed twice");
+        }
     }
     for (const Disclaimer& disclaimer : country.disclaimers) {
         if (disclaimer.agreeDependency.empty()) continue;
@@ -147,9 +150,10 @@ Country ReadCountry(const std::string& code, const Json::Value& entry, const Jso
     if (!requesters.isNull()) CheckMembers(requesters, where + ".requesters", {"0", "1", "2", "3", "4"});
     for (int r = 0; r < kRequesterCount; ++r) {
         const std::string key = std::to_string(r);
+        const std::string place = Join(where, "requesters." + key);
         const Json::Value& list = requesters.isNull() ? Json::Value() : requesters[key];
-        country.requesters[r] = list.isNull() ? ids : StringList(list, where + ".requesters." + key);
-        CheckListed(country, country.requesters[r], where + ".requesters." + key);
+        country.requesters[r] = list.isNull() ? ids : StringList(list, place);
+        CheckListed(country, country.requesters[r], place);
     }
     if (!entry["revised"].isNull()) country.revised = StringList(entry["revised"], where + ".revised");
     CheckListed(country, country.revised, where + ".revised");
@@ -170,8 +174,27 @@ void CheckDisclaimers(const Json::Value& disclaimers, const Json::Value& countri
         const Json::Value& overrides = disclaimers[id]["by_country"];
         for (const std::string& code : overrides.isObject() ? overrides.getMemberNames() : std::vector<std::string>()) {
             if (!countries.isMember(code))
-                Fail("disclaimers." + id + ".by_country." + code, "not one of the countries");
+                Fail(Join("disclaimers." + id, "by_country." + code), "not one of the countries");
         }
+    }
+}
+
+// The whole file behind `fd` into `text`, reading no more than the limit
+// (devices and pipes have no size to check first); the reason on failure.
+std::string ReadBounded(int fd, std::string& text) {
+    struct stat info {};
+    if (fstat(fd, &info) != 0) return std::string("cannot be read: ") + std::strerror(errno);
+    if (S_ISDIR(info.st_mode)) return "is a directory, not a catalogue file";
+    std::string tooLarge = "is larger than " + std::to_string(kMaxCatalogueBytes >> 20) + " MiB";
+    if (S_ISREG(info.st_mode) && static_cast<size_t>(info.st_size) > kMaxCatalogueBytes) return tooLarge;
+    char block[65536];
+    for (;;) {
+        const ssize_t got = read(fd, block, sizeof block);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) return std::string("cannot be read: ") + std::strerror(errno);
+        if (got == 0) return "";
+        if (text.size() + static_cast<size_t>(got) > kMaxCatalogueBytes) return tooLarge;
+        text.append(block, static_cast<size_t>(got));
     }
 }
 
@@ -183,20 +206,27 @@ const Disclaimer* Country::Find(const std::string& id) const {
 }
 
 int Country::OrderOf(const std::string& id) const {
-    const auto found = std::find_if(disclaimers.begin(), disclaimers.end(),
-                                    [&id](const Disclaimer& disclaimer) { return disclaimer.id == id; });
-    return found == disclaimers.end() ? -1 : static_cast<int>(found - disclaimers.begin());
+    const auto found = m_Positions.find(id);
+    return found == m_Positions.end() ? -1 : static_cast<int>(found->second);
+}
+
+bool Country::Add(Disclaimer disclaimer) {
+    if (!m_Positions.emplace(disclaimer.id, disclaimers.size()).second) return false;
+    disclaimers.push_back(std::move(disclaimer));
+    return true;
 }
 
 Catalogue Catalogue::Load(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) throw CatalogueError(path + ": cannot be read");
-    std::ostringstream text;
-    text << file.rdbuf();
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) throw CatalogueError(path + ": cannot be read: " + std::strerror(errno));
+    std::string text;
+    std::string error = ReadBounded(fd, text);
+    close(fd);
+    if (!error.empty()) throw CatalogueError(path + ": " + error);
     try {
-        return FromText(text.str());
-    } catch (const CatalogueError& error) {
-        throw CatalogueError(path + ": " + error.what());
+        return FromText(text);
+    } catch (const CatalogueError& mistake) {
+        throw CatalogueError(path + ": " + mistake.what());
     }
 }
 
@@ -244,6 +274,8 @@ bool ParseStrictJson(const std::string& text, Json::Value& value, std::string& e
     }
     Json::CharReaderBuilder builder;
     Json::CharReaderBuilder::strictMode(&builder.settings_);
+    // Comments let a catalogue explain itself; the reader skips them.
+    builder["allowComments"] = true;
     const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     bool parsed = false;
     try {

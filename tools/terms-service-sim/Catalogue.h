@@ -12,6 +12,7 @@
 #include <array>
 #include <stdexcept>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace termssim {
@@ -53,10 +54,20 @@ struct Country {
     const Disclaimer* Find(const std::string& id) const;
     // Position of the id in the country's order, or -1.
     int OrderOf(const std::string& id) const;
+    // Appends a disclaimer to the country's order; false when its id is listed already.
+    bool Add(Disclaimer disclaimer);
+
+private:
+    std::unordered_map<std::string, size_t> m_Positions;  // id -> index in `disclaimers`
 };
+
+// The largest catalogue file Load reads: far above any real catalogue, and a
+// bound on what a wrong --catalogue (a device, a huge file) can cost.
+constexpr size_t kMaxCatalogueBytes = size_t{64} << 20;
 
 class Catalogue {
 public:
+    // Reads and checks the file; refuses a directory and a file larger than kMaxCatalogueBytes.
     static Catalogue Load(const std::string& path);
     static Catalogue FromText(const std::string& text);
     static Catalogue FromJson(const Json::Value& root);
@@ -70,9 +81,10 @@ private:
     std::vector<Country> m_Countries;
 };
 
-// Strict JSON parsing shared by the catalogue and the request handler: no
-// comments, no trailing text, no duplicate keys, an object or array at the
-// top. Invalid UTF-8 is refused before parsing. False with a reason on failure.
+// Strict JSON parsing shared by the catalogue and the request handler:
+// comments allowed (// and /* */), but no trailing text, no trailing commas,
+// no duplicate keys, an object or array at the top. Invalid UTF-8 is refused
+// before parsing. False with a reason on failure.
 bool ParseStrictJson(const std::string& text, Json::Value& value, std::string& error);
 
 // Compact JSON text (no blanks, no line breaks) with UTF-8 left as it is.

@@ -17,10 +17,11 @@ struct SimOptions {
     std::string setDir;
     std::string usbDir;
     std::string busName = kDefaultBusName;
+    bool replace = false;  // take the bus name over from a running owner
     FailurePlan failures;
 };
 
-enum class ParseOutcome { Run, Help, BadUsage };
+enum class ParseOutcome { Run, Help, Version, BadUsage };
 
 // Reads the arguments after the program name. On BadUsage `error` is one
 // sentence naming the problem.

@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "SimLog.h"
+#include "TermsCommon.h"
 
 namespace termssim {
 
@@ -45,12 +46,21 @@ std::string TitlesText(const Country& country) {
 }  // namespace
 
 SimState::SimState(const Catalogue& catalogue) : m_Catalogue(catalogue) {
-    const std::optional<std::string> stored = ReadKey(kCountryKey);
-    const Country* country = stored ? catalogue.FindCountry(*stored) : nullptr;
-    if (stored && !country) SimLog(kLogWarn, "stored country \"%s\" is not in the catalogue", stored->c_str());
-    if (!country) country = catalogue.FindCountry(catalogue.DefaultCountry());
+    Choose(ReadKey(kCountryKey));
+}
+
+void SimState::CatalogueReplaced(const std::string& current) {
+    Choose(current);
+}
+
+void SimState::Choose(const std::optional<std::string>& code) {
+    const Country* country = code ? m_Catalogue.FindCountry(*code) : nullptr;
+    if (code && !country) SimLog(kLogWarn, "country \"%s\" is not in the catalogue", code->c_str());
+    if (!country) country = m_Catalogue.FindCountry(m_Catalogue.DefaultCountry());
+    // Set first: after a catalogue change the old country is gone, even when the store cannot be written.
+    m_Country = country;
     std::string error;
-    if (!Adopt(*country, error)) throw std::runtime_error(error);
+    if (!Adopt(*country, true, error)) throw std::runtime_error(error);
 }
 
 bool SimState::SetCountry(const std::string& code, std::string& error) {
@@ -59,30 +69,47 @@ bool SimState::SetCountry(const std::string& code, std::string& error) {
         error = "unknown country code \"" + code + "\"";
         return false;
     }
-    return Adopt(*country, error);
+    return Adopt(*country, false, error);
 }
 
-bool SimState::Adopt(const Country& country, std::string& error) {
-    Agreements agreements = ReadAgreements();
-    const size_t known = agreements.size();
-    for (const Disclaimer& disclaimer : country.disclaimers) agreements.emplace(disclaimer.id, false);
+bool SimState::Adopt(const Country& country, bool keepUnreadable, std::string& error) {
+    std::string unreadable;
+    std::optional<Agreements> agreements = ReadAgreements(unreadable);
+    if (!agreements && !keepUnreadable) {
+        error = unreadable;
+        return false;
+    }
+    if (!agreements) SimLog(kLogWarn, "%s; leaving them as they are", unreadable.c_str());
+    bool missing = false;
+    for (const Disclaimer& disclaimer : country.disclaimers) {
+        missing = (agreements && agreements->emplace(disclaimer.id, false).second) || missing;
+    }
     const bool stored = WriteKey(kCountryKey, country.code, error) &&
                         WriteKey(kTitlesKey, TitlesText(country), error) &&
-                        (agreements.size() == known || WriteAgreements(agreements, error));
+                        (!missing || WriteAgreements(*agreements, error));
     if (stored) m_Country = &country;
     return stored;
 }
 
-Agreements SimState::ReadAgreements() const {
-    Agreements agreements;
+std::optional<Agreements> SimState::ReadAgreements(std::string& error) const {
+    errno = 0;
     const std::optional<std::string> text = ReadKey(kAgreementsKey);
-    if (!text) return agreements;
-    Json::Value stored;
-    std::string error;
-    if (!ParseStrictJson(*text, stored, error) || !stored.isObject()) {
-        SimLog(kLogWarn, "the stored agreements are not a JSON object, reading them as none: %s", text->c_str());
-        return agreements;
+    if (!text && errno == ENOENT) return Agreements();
+    const std::string cannot = std::string("the stored agreements (") + kAgreementsKey + ") cannot be read: ";
+    if (!text) {
+        error = cannot + std::strerror(errno);
+        return std::nullopt;
     }
+    Json::Value stored;
+    if (!terms::ParseJsonText(*text, stored)) {
+        error = cannot + "not JSON";
+        return std::nullopt;
+    }
+    if (!stored.isObject()) {
+        error = cannot + "not a JSON object";
+        return std::nullopt;
+    }
+    Agreements agreements;
     for (const std::string& id : stored.getMemberNames()) {
         agreements[id] = stored[id].isString() && stored[id].asString() == "true";
     }
@@ -90,9 +117,11 @@ Agreements SimState::ReadAgreements() const {
 }
 
 bool SimState::IsAgreed(const std::string& id) const {
-    const Agreements agreements = ReadAgreements();
-    const auto found = agreements.find(id);
-    return found != agreements.end() && found->second;
+    std::string error;
+    const std::optional<Agreements> agreements = ReadAgreements(error);
+    if (!agreements) return false;
+    const auto found = agreements->find(id);
+    return found != agreements->end() && found->second;
 }
 
 bool SimState::WriteAgreements(const Agreements& agreements, std::string& error) const {

@@ -20,6 +20,13 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// A request the service cannot carry out because the store holds a value it
+// cannot read; what() is the errormessage.
+class StoreUnreadable : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
 const Json::Value& Member(const Json::Value& body, const char* member, bool (Json::Value::*isKind)() const,
                           const char* kind) {
     const Json::Value& value = body[member];
@@ -174,6 +181,9 @@ Json::Value TermsServiceSim::Handle(const Request& request) {
         return reply;
     } catch (const BadRequest& error) {
         return Rejected(request.name, error.what());
+    } catch (const StoreUnreadable& error) {
+        SimLog(kLogError, "%s refused: %s", request.name.c_str(), error.what());
+        return ErrorReply(error.what());
     } catch (const std::exception& error) {
         SimLog(kLogError, "%s failed: %s", request.name.c_str(), error.what());
         return ErrorReply(std::string("the service failed: ") + error.what());
@@ -297,7 +307,10 @@ Json::Value TermsServiceSim::SetOneAgreement(const Json::Value& body) {
 
 Json::Value TermsServiceSim::ChangeAgreements(const Agreements& changes) {
     const Country& country = m_State.CurrentCountry();
-    Agreements next = m_State.ReadAgreements();
+    std::string unreadable;
+    std::optional<Agreements> stored = m_State.ReadAgreements(unreadable);
+    if (!stored) throw StoreUnreadable(unreadable + "; they stay as they are");
+    Agreements next = std::move(*stored);
     for (const auto& [id, agreed] : changes) {
         if (country.Find(id)->onlyNotice) throw BadRequest("\"" + id + "\" is a notice and takes no agreement");
         next[id] = agreed;
@@ -305,7 +318,9 @@ Json::Value TermsServiceSim::ChangeAgreements(const Agreements& changes) {
     for (const auto& [id, agreed] : changes) {
         const std::string& dependency = country.Find(id)->agreeDependency;
         if (agreed && !dependency.empty() && !next[dependency]) {
-            throw BadRequest("\"" + id + "\" can only be agreed together with \"" + dependency + "\"");
+            std::string reason = "\"" + id;
+            reason += "\" can only be agreed together with \"" + dependency + "\"";
+            throw BadRequest(reason);
         }
     }
     for (bool withdrawn = true; withdrawn;) {

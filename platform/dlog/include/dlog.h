@@ -7,11 +7,18 @@
  *                  cannot be opened) | syslog | none
  *   DLOG_MIN_PRIO  lowest priority written: a number 2..7 or one of
  *                  V D I W E F (default D)
+ *   DLOG_FILTER    lowest priority per tag, "tag:P,tag:P,*:P" (P as above,
+ *                  or S for none of the tag's lines); "*" stands for every
+ *                  tag without an entry and replaces DLOG_MIN_PRIO
+ *   DLOG_COLOR     always | never | auto (default): whether the colour codes
+ *                  in messages are kept; auto keeps them only when the
+ *                  output is a terminal (stripped for files, pipes, syslog)
  * A line reads
  *   YYYY-MM-DD hh:mm:ss.mmm P/tag(pid:tid) buffer: message
  * with local time, the priority letter and the buffer name (main, radio,
- * system, apps); the message is kept exactly as formatted and a newline is
- * added only when it does not end with one. With syslog output the line
+ * system, apps); the message is kept exactly as formatted (colour codes
+ * aside, see DLOG_COLOR) and a newline is added only when it does not end
+ * with one. With syslog output the line
  * goes to syslog(3) without the time stamp.
  */
 #ifndef DLOG_H

@@ -1,0 +1,76 @@
+#!/usr/bin/env bash
+# Builds the Debian packages of a build tree with cpack, unpacks them into a
+# fresh root and runs what users run from there: the C consumer (pkg-config),
+# the C++ consumer (CMake package), each tool's --version, the manual pages
+# and the completion, and a C# program whose
+# [DllImport("capi-veranti-service")] finds the library of the runtime package
+# alone (no development link), through the installed Mono mapping.
+# Usage: tests/packaging/check.sh <build-dir>
+# The build is configured with the prefix /usr first, as packages install.
+set -euo pipefail
+build=$(realpath "$1")
+here=$(cd "$(dirname "$0")" && pwd)
+consumer=$here/../consumer
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+cmake -DCMAKE_INSTALL_PREFIX=/usr "$build" >/dev/null
+cmake --build "$build" -j"$(nproc)" >/dev/null
+(cd "$work" && cpack --config "$build/CPackConfig.cmake" -G DEB >/dev/null)
+packages=("$work"/*.deb)
+for package in "${packages[@]}"; do
+  echo "  $(basename "$package"): $(dpkg-deb -f "$package" Depends)"
+  dpkg-deb --contents "$package" >"$work/contents"
+  grep -q '/usr/share/doc/.*/copyright$' "$work/contents"
+done
+
+# Each package into its own root, and all of them together into one.
+unpack() {
+  local root=$1; shift
+  mkdir -p "$root"
+  for name in "$@"; do dpkg -x "$work/${name}"_*.deb "$root"; done
+}
+unpack "$work/root" libcapi-veranti-service0 libcapi-veranti-service-dev capi-veranti-service-tools \
+  veranti-host-platform
+unpack "$work/runtime" libcapi-veranti-service0 veranti-host-platform
+
+# Manual pages (made from each program's --help) and terms-cli's completion.
+for file in man/man1/terms-cli.1.gz man/man1/terms-service-sim.1.gz man/man1/vconftool.1.gz \
+            bash-completion/completions/terms-cli; do
+  test -s "$work/root/usr/share/$file"
+done
+zcat "$work/root/usr/share/man/man1/terms-cli.1.gz" | grep -q -- '--timeout'
+
+# The simulator's unit keeps its sandbox: exposure 1.0 or less (it was 9.6 as root without one).
+unit=$work/root/usr/lib/systemd/system/terms-service-sim.service
+if command -v systemd-analyze >/dev/null; then
+  systemd-analyze security --offline=true --threshold=10 --no-pager "$unit" | tail -n 1
+fi
+
+libdir=$(dirname "$(find "$work/root/usr/lib" -name 'libcapi-veranti-service.so.0' | head -n 1)")
+export LD_LIBRARY_PATH=$libdir DLOG_OUTPUT=none
+export PKG_CONFIG_PATH=$libdir/pkgconfig
+cc -std=c99 -Wall -Wextra -Werror "$consumer/consumer.c" -o "$work/consumer-c" \
+  $(pkg-config --cflags --libs capi-veranti-service)
+"$work/consumer-c"
+cmake -S "$consumer" -B "$work/cxx" -DCMAKE_PREFIX_PATH="$work/root/usr" >/dev/null
+cmake --build "$work/cxx" >/dev/null
+"$work/cxx/consumer"
+"$work/root/usr/bin/terms-cli" --version
+"$work/root/usr/bin/terms-service-sim" --version
+"$work/root/usr/bin/vconftool" --version
+
+# C#: only the runtime package's files, and its mapping as the program's config.
+runtime_libdir=$(dirname "$(find "$work/runtime/usr/lib" -name 'libcapi-veranti-service.so.0' | head -n 1)")
+if find "$work/runtime" -name 'libcapi-veranti-service.so' | grep -q .; then
+  echo "the runtime package must not carry the development link" >&2
+  exit 1
+fi
+bridge=$(find "$build/tests/csharp" -name BridgeTest.exe | head -n 1)
+if [ -n "$bridge" ] && command -v mono >/dev/null; then
+  cp "$bridge" "$work/BridgeTest.exe"
+  cp "$runtime_libdir/capi-veranti-service.dll.config" "$work/BridgeTest.exe.config"
+  LD_LIBRARY_PATH=$runtime_libdir mono "$work/BridgeTest.exe" instance | grep -qx 'True True True'
+  echo "  C#: [DllImport(\"capi-veranti-service\")] loads the runtime package's library"
+fi
+echo "packages install and run from a fresh root"

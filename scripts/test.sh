@@ -24,7 +24,7 @@ echo "== Install and build consumers against the installed library =="
 tests/consumer/check.sh build/ci
 
 echo "== Build and test with AddressSanitizer + UndefinedBehaviorSanitizer =="
-run_suite build/ci-asan -DCMAKE_BUILD_TYPE=Debug -DASAN=ON -DUBSAN=ON
+run_suite build/ci-asan -DCMAKE_BUILD_TYPE=Debug -DVERANTI_ASAN=ON -DVERANTI_UBSAN=ON
 
 echo "== Reliability: fuzzers, ThreadSanitizer, soak =="
 ./scripts/reliability.sh fuzz tsan soak

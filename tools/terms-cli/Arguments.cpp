@@ -154,7 +154,7 @@ void CheckOperandCount(const Invocation& invocation) {
     const int count = static_cast<int>(invocation.operands.size());
     std::vector<std::string> replacing;
     for (const OptionSpec& option : command.options) {
-        if (option.replacesOperands && invocation.Has(option.name)) replacing.push_back(option.name);
+        if (option.replacesOperands && invocation.Has(option.name)) replacing.emplace_back(option.name);
     }
     if (replacing.size() > 1) Fail(invocation, replacing[0] + " and " + replacing[1] + " cannot be combined");
     if (replacing.size() == 1) {
@@ -197,6 +197,7 @@ std::string Columns(const std::vector<std::pair<std::string, std::string>>& rows
 
 std::string OptionsBlock(const std::vector<OptionSpec>& options) {
     std::vector<std::pair<std::string, std::string>> rows;
+    rows.reserve(options.size());
     for (const OptionSpec& option : options) rows.emplace_back(OptionSynopsis(option), option.help);
     return Columns(rows);
 }
@@ -312,7 +313,8 @@ Invocation ParseArguments(int argc, char** argv, const std::vector<CommandSpec>&
     }
     for (i = TakeCommandName(args, i, commands, invocation); i < args.size(); ++i) {
         if (args[i] == "--") {
-            invocation.operands.insert(invocation.operands.end(), args.begin() + i + 1, args.end());
+            invocation.operands.insert(invocation.operands.end(), args.begin() + static_cast<std::ptrdiff_t>(i + 1),
+                                       args.end());
             break;
         }
         if (IsOption(args[i])) {

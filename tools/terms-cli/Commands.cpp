@@ -55,7 +55,7 @@ Outcome Refused(std::string sentence, Json::Value data = Json::Value(Json::objec
 
 // A request that the service carries out or refuses, with nothing else to show.
 Outcome Answer(bool accepted, const std::string& doneText, const std::string& what,
-               Json::Value data = Json::Value(Json::objectValue)) {
+               const Json::Value& data = Json::Value(Json::objectValue)) {
     return accepted ? Done(doneText + "\n", data) : Refused("the service refused " + what, data);
 }
 

@@ -147,9 +147,10 @@ Country ReadCountry(const std::string& code, const Json::Value& entry, const Jso
     if (!requesters.isNull()) CheckMembers(requesters, where + ".requesters", {"0", "1", "2", "3", "4"});
     for (int r = 0; r < kRequesterCount; ++r) {
         const std::string key = std::to_string(r);
+        const std::string listWhere = (where + ".requesters.").append(key);
         const Json::Value& list = requesters.isNull() ? Json::Value() : requesters[key];
-        country.requesters[r] = list.isNull() ? ids : StringList(list, where + ".requesters." + key);
-        CheckListed(country, country.requesters[r], where + ".requesters." + key);
+        country.requesters[r] = list.isNull() ? ids : StringList(list, listWhere);
+        CheckListed(country, country.requesters[r], listWhere);
     }
     if (!entry["revised"].isNull()) country.revised = StringList(entry["revised"], where + ".revised");
     CheckListed(country, country.revised, where + ".revised");
@@ -170,7 +171,7 @@ void CheckDisclaimers(const Json::Value& disclaimers, const Json::Value& countri
         const Json::Value& overrides = disclaimers[id]["by_country"];
         for (const std::string& code : overrides.isObject() ? overrides.getMemberNames() : std::vector<std::string>()) {
             if (!countries.isMember(code))
-                Fail("disclaimers." + id + ".by_country." + code, "not one of the countries");
+                Fail(("disclaimers." + id + ".by_country.").append(code), "not one of the countries");
         }
     }
 }

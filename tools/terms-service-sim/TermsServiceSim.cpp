@@ -305,7 +305,7 @@ Json::Value TermsServiceSim::ChangeAgreements(const Agreements& changes) {
     for (const auto& [id, agreed] : changes) {
         const std::string& dependency = country.Find(id)->agreeDependency;
         if (agreed && !dependency.empty() && !next[dependency]) {
-            throw BadRequest("\"" + id + "\" can only be agreed together with \"" + dependency + "\"");
+            throw BadRequest(("\"" + id + "\" can only be agreed together with \"").append(dependency).append("\""));
         }
     }
     for (bool withdrawn = true; withdrawn;) {

@@ -11,7 +11,8 @@ PACKAGES=(
   dbus
   libglib2.0-bin systemd python3-dbus python3-gi
   mono-mcs mono-runtime
-  clang libclang-rt-14-dev llvm
+  clang libclang-rt-14-dev llvm clang-format clang-tidy
+  gcovr
 )
 
 missing=()

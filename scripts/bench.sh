@@ -13,6 +13,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 ROOT=$(pwd)
 source "$ROOT/scripts/private-bus.sh"
+SCRIPT_NAME=bench
+stop_everything_on_exit
 
 SMOKE=no
 case "${1:-}" in
@@ -21,33 +23,6 @@ case "${1:-}" in
   *) echo "usage: $0 [--smoke]" >&2; exit 2 ;;
 esac
 BUILD="${BENCH_BUILD_DIR:-$ROOT/build/bench}"
-
-fail() {
-  printf 'bench: %s\n' "$*" >&2
-  exit 1
-}
-
-WORK=""
-STARTED=()
-
-cleanup() {
-  local status=$?
-  trap - EXIT INT TERM
-  local i
-  for ((i = ${#STARTED[@]} - 1; i >= 0; i--)); do stop_process "${STARTED[i]}"; done
-  if [ -n "$WORK" ]; then rm -rf "$WORK"; fi
-  if [ "$status" -ne 0 ]; then printf 'bench: failed (exit status %d); everything it started is stopped.\n' "$status" >&2; fi
-  exit "$status"
-}
-trap cleanup EXIT
-trap 'exit 130' INT
-trap 'exit 143' TERM
-
-forget_process() {
-  local pid=$1 kept=() p
-  for p in "${STARTED[@]}"; do [ "$p" = "$pid" ] || kept+=("$p"); done
-  STARTED=("${kept[@]}")
-}
 
 # ---- Build ----
 
@@ -63,7 +38,7 @@ BENCH="$BUILD/bench"
 SIM="$BUILD/tools/terms-service-sim/terms-service-sim"
 [ -x "$SIM" ] || SIM=""
 
-WORK=$(mktemp -d /tmp/veranti-bench-XXXXXX)
+make_work_dir
 RESULTS="$WORK/results"
 mkdir -p "$RESULTS"
 export VCONF_ROOT="$WORK/store"
@@ -72,7 +47,6 @@ export DLOG_OUTPUT=none
 # ---- The private bus ----
 
 start_private_bus "$WORK" || fail "dbus-daemon did not start (is the dbus package installed?)"
-STARTED+=("$PRIVATE_BUS_PID")
 
 # Waits until the terms-client bus name has an owner (pid of the owner to watch).
 wait_for_service() {
@@ -115,7 +89,7 @@ fi
 echo "== Minimal service =="
 "$BENCH/bench-service" >"$WORK/service.out" 2>&1 &
 SERVICE_PID=$!
-STARTED+=("$SERVICE_PID")
+remember_process "$SERVICE_PID"
 wait_for_service "$SERVICE_PID" || fail "the minimal service did not start: $(cat "$WORK/service.out")"
 
 # Other work on the machine slows every figure down unevenly: a full run
@@ -144,18 +118,16 @@ DLOG_OUTPUT="file:$WORK/client.log" run_bench bench-client client-logfile "${REP
 DLOG_OUTPUT="file:$WORK/store.log" run_bench bench-store store-logfile "${REPEATED[@]}"
 rm -f "$WORK"/*.log "$WORK/log.txt"
 
-stop_process "$SERVICE_PID"
-forget_process "$SERVICE_PID"
+stop_remembered_process "$SERVICE_PID"
 
 if [ -n "$SIM" ]; then
   echo "== Simulated service =="
   "$SIM" --catalogue "$ROOT/data/catalogue.json" --store-root "$WORK/sim-store" >"$WORK/sim.out" 2>&1 &
   SIM_PID=$!
-  STARTED+=("$SIM_PID")
+  remember_process "$SIM_PID"
   wait_for_service "$SIM_PID" || fail "the simulated service did not start: $(cat "$WORK/sim.out")"
   run_bench bench-client sim "${REPEATED[@]}" --benchmark_filter='BM_Lib_GetDisclaimerDetail_Threads'
-  stop_process "$SIM_PID"
-  forget_process "$SIM_PID"
+  stop_remembered_process "$SIM_PID"
 else
   echo "bench: terms-service-sim was not built; its row is left out" >&2
 fi

@@ -8,6 +8,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 ROOT=$(pwd)
 source "$ROOT/scripts/private-bus.sh"
+SCRIPT_NAME=demo
+stop_everything_on_exit
 BUILD="$ROOT/build/demo"
 CATALOGUE="$ROOT/data/catalogue.json"
 
@@ -19,30 +21,6 @@ run() {
   printf '%s$ %s%s\n' "$DIM" "$*" "$RESET"
   "$@"
 }
-fail() {
-  printf 'demo: %s\n' "$*" >&2
-  exit 1
-}
-
-WORK=""
-BUS_PID=""
-SIM_PID=""
-
-cleanup() {
-  local status=$?
-  trap - EXIT INT TERM
-  if [ -n "$SIM_PID" ]; then stop_process "$SIM_PID"; fi
-  if [ -n "$BUS_PID" ]; then stop_process "$BUS_PID"; fi
-  if [ -n "$WORK" ]; then rm -rf "$WORK"; fi
-  if [ "$status" -ne 0 ]; then
-    printf '\ndemo: stopped (exit status %d); the bus and the service it started are gone.\n' "$status" >&2
-  fi
-  exit "$status"
-}
-trap cleanup EXIT
-trap 'exit 130' INT
-trap 'exit 143' TERM
-
 heading "Installing what is missing"
 "$ROOT/scripts/install-deps.sh"
 echo "All packages are installed."
@@ -58,12 +36,11 @@ fi
 echo "Built terms-cli, terms-service-sim and vconftool (log: build/demo/demo-build.log)."
 export PATH="$BUILD/tools/terms-cli:$BUILD/tools/terms-service-sim:$BUILD/platform/vconf:$PATH"
 
-WORK=$(mktemp -d /tmp/veranti-demo-XXXXXX)
+make_work_dir
 export VCONF_ROOT="$WORK/store"
 
 heading "Starting a private D-Bus daemon"
-start_private_bus "$WORK" || fail "dbus-daemon did not start (see $WORK/bus.log)"
-BUS_PID=$PRIVATE_BUS_PID
+start_private_bus "$WORK" || fail "dbus-daemon did not start (is the dbus package installed?)"
 echo "Bus at $DBUS_SYSTEM_BUS_ADDRESS"
 
 heading "Starting the simulated terms-client service"
@@ -72,6 +49,7 @@ printf '      --set-dir %s --usb-dir %s%s\n' "$WORK/set" "$WORK/usb" "$RESET"
 DLOG_OUTPUT="file:$WORK/service.log" terms-service-sim --catalogue "$CATALOGUE" --store-root "$VCONF_ROOT" \
   --set-dir "$WORK/set" --usb-dir "$WORK/usb" >"$WORK/service.out" 2>&1 &
 SIM_PID=$!
+remember_process "$SIM_PID"
 # Ready when it answers; terms-cli status exits with 3 until then.
 ready=no
 for _ in $(seq 100); do

@@ -12,7 +12,8 @@ PACKAGES=(
   libglib2.0-bin systemd python3-dbus python3-gi
   mono-mcs mono-runtime
   help2man
-  clang libclang-rt-14-dev llvm
+  clang libclang-rt-14-dev llvm clang-format clang-tidy
+  gcovr
 )
 
 missing=()

@@ -29,7 +29,7 @@ fi
 
 if wanted tsan; then
 step "ThreadSanitizer build of the concurrency tests"
-cmake -S . -B build/tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTSAN=ON -DVERANTI_BUILD_TOOLS=OFF \
+cmake -S . -B build/tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVERANTI_TSAN=ON -DVERANTI_BUILD_TOOLS=OFF \
   -DVERANTI_WERROR=ON >/dev/null
 cmake --build build/tsan -j"$jobs" --target concurrency_test >/dev/null
 TSAN_OPTIONS="suppressions=$PWD/tests/tsan.supp halt_on_error=1 second_deadlock_stack=1" \

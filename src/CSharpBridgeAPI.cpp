@@ -9,15 +9,12 @@
 #include <string>
 
 #include "TermsAPI.h"
+#include "TermsCommon.h"
 #include "TermsLog.h"
 
 CVerantiAPI* pThis = nullptr;
 
-namespace {
-
-const char kProductTypeTV[] = "TV";
-
-}  // namespace
+using terms::kProductTypeTV;
 
 // Every line of the bridge starts with " [CSharpBridgeAPI <export>:<line>]".
 #define BRIDGE_LOG(fmt, ...) TLOG_INFO(" [%s %s:%d]" fmt, "CSharpBridgeAPI", __func__, __LINE__, ##__VA_ARGS__)

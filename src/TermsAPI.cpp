@@ -20,10 +20,10 @@
 #include "TermsLog.h"
 #include "VerantiAPI.h"
 
-namespace {
-
 // The C interface always speaks for the set itself.
-const char kProductTypeTV[] = "TV";
+using terms::kProductTypeTV;
+
+namespace {
 
 using TextOfRecord = char* TermsContentItem::*;
 using TextOfItem = std::string STHomeDisclaimerContentItem::*;
@@ -97,7 +97,7 @@ char* ConvertChar(std::string text) {
         return nullptr;
     }
     char* copy = new char[text.size() + 1]();
-    std::memcpy(copy, text.data(), text.size());
+    std::memcpy(copy, text.c_str(), text.size() + 1);
     return copy;
 }
 

@@ -13,6 +13,9 @@
 
 namespace terms {
 
+// The product type of the set itself.
+inline constexpr char kProductTypeTV[] = "TV";
+
 // Parses the whole text with a reader of default settings. A text nested
 // deeper than the reader's limit makes the reader throw instead of failing;
 // it is a text that does not parse, like any other. Each thread makes its

@@ -1,5 +1,7 @@
 #include "TermsDbusServer.h"
 
+#include <memory>
+
 #include "TermsDbusUtil.h"
 
 #define LOG_TAG "dterms-dbus"
@@ -39,7 +41,15 @@ namespace {
 // Request the name even when another process owns it, and let a later one take it.
 const GBusNameOwnerFlags kOwnerFlags =
     static_cast<GBusNameOwnerFlags>(G_BUS_NAME_OWNER_FLAGS_ALLOW_REPLACEMENT | G_BUS_NAME_OWNER_FLAGS_REPLACE);
-const size_t kIntrospectionBufferSize = 2048;
+
+// Runs the owner's callback for a change of the bus name, if it registered
+// one; the lines name `function`, the bus's handler.
+void RunNameCallback(TermsDbusNameCallback callback, void* data, const char* function) {
+    TLOG_INFO_TRACE_FOR(function, "");
+    if (!callback) return;
+    TLOG_INFO_TRACE_FOR(function, "start to callback func");
+    callback(data);
+}
 
 const char* TextOrEmpty(const char* text) {
     return text ? text : "";
@@ -108,11 +118,11 @@ bool TermsDbusServer::CreateDbusServer(std::string serviceName) {
     g_dbus_connection_set_exit_on_close(m_pConnection, FALSE);
     TLOG_INFO_TRACE("Get dbus connection success : %p", static_cast<void*>(m_pConnection));
 
-    if (!g_dbus_is_name(m_strServiceName.c_str())) TLOG_ERROR("%s is not a bus name", m_strServiceName.c_str());
-    m_nOwnerId = g_dbus_is_name(m_strServiceName.c_str())
-                     ? g_bus_own_name_on_connection(m_pConnection, m_strServiceName.c_str(), kOwnerFlags,
-                                                    m_OnNameAcquired, m_OnNameLost, this, nullptr)
-                     : 0;
+    const bool isBusName = g_dbus_is_name(m_strServiceName.c_str());
+    if (!isBusName) TLOG_ERROR("%s is not a bus name", m_strServiceName.c_str());
+    m_nOwnerId = isBusName ? g_bus_own_name_on_connection(m_pConnection, m_strServiceName.c_str(), kOwnerFlags,
+                                                          m_OnNameAcquired, m_OnNameLost, this, nullptr)
+                           : 0;
     if (m_nOwnerId == 0) {
         TLOG_ERROR("Request bus name fail!");
         return false;
@@ -241,10 +251,11 @@ bool TermsDbusServer::SendDbusSyncMessage(std::string destination, const TermsDb
 }
 
 GDBusNodeInfo* TermsDbusServer::m_GetInterfaceInfo(std::string name) {
-    char xml[kIntrospectionBufferSize];
-    snprintf(xml, sizeof(xml), TERMS_DBUS_INTROSPECTION_TEMPLATE, name.c_str());
+    // Sized to the name, so no name is cut short.
+    const std::unique_ptr<gchar, decltype(&g_free)> xml(
+        g_strdup_printf(TERMS_DBUS_INTROSPECTION_TEMPLATE, name.c_str()), &g_free);
     GError* error = nullptr;
-    GDBusNodeInfo* info = g_dbus_node_info_new_for_xml(xml, &error);
+    GDBusNodeInfo* info = g_dbus_node_info_new_for_xml(xml.get(), &error);
     if (!info) {
         gchar* errorName = g_dbus_error_encode_gerror(error);
         TLOG_ERROR("g_dbus_node_info_new_for_xml fail, err return %s, detail[message:%s, code:%d] ", errorName,
@@ -265,18 +276,12 @@ bool TermsDbusServer::m_IsConnectionOpen() const {
 
 void TermsDbusServer::m_OnNameAcquired(GDBusConnection*, const gchar*, gpointer userData) {
     const auto* server = static_cast<TermsDbusServer*>(userData);
-    TLOG_INFO_TRACE("");
-    if (!server->m_fnNameAcquired) return;
-    TLOG_INFO_TRACE("start to callback func");
-    server->m_fnNameAcquired(server->m_pNameAcquiredData);
+    RunNameCallback(server->m_fnNameAcquired, server->m_pNameAcquiredData, __func__);
 }
 
 void TermsDbusServer::m_OnNameLost(GDBusConnection*, const gchar*, gpointer userData) {
     const auto* server = static_cast<TermsDbusServer*>(userData);
-    TLOG_INFO_TRACE("");
-    if (!server->m_fnNameLost) return;
-    TLOG_INFO_TRACE("start to callback func");
-    server->m_fnNameLost(server->m_pNameLostData);
+    RunNameCallback(server->m_fnNameLost, server->m_pNameLostData, __func__);
 }
 
 void TermsDbusServer::m_ObjectCallback(GDBusConnection*, const gchar*, const gchar*, const gchar*,

@@ -133,23 +133,6 @@ uint64_t WireAlignment(char typeCode) {
     }
 }
 
-uint64_t FixedWireSize(char typeCode) {
-    switch (typeCode) {
-        case 'y':
-            return 1;
-        case 'n':
-        case 'q':
-            return 2;
-        case 'b':
-        case 'i':
-        case 'u':
-        case 'h':
-            return 4;
-        default:
-            return 8;
-    }
-}
-
 // Elements of these types all have one size, wherever they start.
 bool HasFixedWireSize(const GVariantType* type) {
     const std::string typeString(g_variant_type_peek_string(type), g_variant_type_get_string_length(type));
@@ -203,8 +186,8 @@ uint64_t WireEnd(GVariant* value, uint64_t offset) {
         case '(':
         case '{':
             return ChildrenWireEnd(value, AlignUp(offset, 8));
-        default:
-            return AlignUp(offset, WireAlignment(typeCode)) + FixedWireSize(typeCode);
+        default:  // a fixed-size basic type, as large as its alignment
+            return AlignUp(offset, WireAlignment(typeCode)) + WireAlignment(typeCode);
     }
 }
 

@@ -31,7 +31,7 @@ namespace TermsDbusUtil {
 // sends a larger one, so nothing larger is ever sent. An "a(y)" payload costs
 // 8 wire bytes per byte (each one-byte struct is aligned to 8), which puts the
 // payload ceiling a little under 4 MiB.
-constexpr uint64_t kMaxBusMessageSize = 32u * 1024u * 1024u;
+constexpr uint64_t kMaxBusMessageSize = uint64_t{32} * 1024 * 1024;
 
 // Received tuple to record. False only for a null params; a tuple of another
 // shape fills nothing and still yields true.

@@ -53,7 +53,7 @@ std::string CTermsJsonParser::GetMenuTitleFromVconf(std::string key, int index) 
             TLOG_WARN("order is over length ");
             return std::string();
         }
-        const std::string title = TitleAt(root, position);
+        std::string title = TitleAt(root, position);
         TLOG_TRACE("Title is = %s", title.c_str());
         return title;
     } catch (const Json::Exception& e) {

@@ -25,21 +25,15 @@
 // (the _FOR form) the function a helper writes it for.
 
 // Main buffer.
-#define TLOG_TRACE_FOR(function, fmt, ...) \
-    TLOG_WRITE_FOR(function, LOG_ID_MAIN, DLOG_DEBUG, TLOG_COLOUR_WHITE, fmt, ##__VA_ARGS__)
-#define TLOG_INFO_TRACE_FOR(function, fmt, ...) \
-    TLOG_WRITE_FOR(function, LOG_ID_MAIN, DLOG_INFO, TLOG_COLOUR_WHITE, fmt, ##__VA_ARGS__)
-#define TLOG_INFO_FOR(function, fmt, ...) \
-    TLOG_WRITE_FOR(function, LOG_ID_MAIN, DLOG_INFO, TLOG_COLOUR_GREEN, fmt, ##__VA_ARGS__)
-#define TLOG_WARN_FOR(function, fmt, ...) \
-    TLOG_WRITE_FOR(function, LOG_ID_MAIN, DLOG_WARN, TLOG_COLOUR_RED, fmt, ##__VA_ARGS__)
-#define TLOG_NOTICE_FOR(function, fmt, ...) \
-    TLOG_WRITE_FOR(function, LOG_ID_MAIN, DLOG_WARN, TLOG_COLOUR_YELLOW, fmt, ##__VA_ARGS__)
-#define TLOG_ERROR_FOR(function, fmt, ...) \
-    TLOG_WRITE_FOR(function, LOG_ID_MAIN, DLOG_ERROR, TLOG_COLOUR_RED, fmt, ##__VA_ARGS__)
+#define TLOG_TRACE_FOR(fn, fmt, ...) TLOG_WRITE_FOR(fn, LOG_ID_MAIN, DLOG_DEBUG, TLOG_COLOUR_WHITE, fmt, ##__VA_ARGS__)
+#define TLOG_INFO_TRACE_FOR(fn, fmt, ...) \
+    TLOG_WRITE_FOR(fn, LOG_ID_MAIN, DLOG_INFO, TLOG_COLOUR_WHITE, fmt, ##__VA_ARGS__)
+#define TLOG_INFO_FOR(fn, fmt, ...) TLOG_WRITE_FOR(fn, LOG_ID_MAIN, DLOG_INFO, TLOG_COLOUR_GREEN, fmt, ##__VA_ARGS__)
+#define TLOG_WARN_FOR(fn, fmt, ...) TLOG_WRITE_FOR(fn, LOG_ID_MAIN, DLOG_WARN, TLOG_COLOUR_RED, fmt, ##__VA_ARGS__)
+#define TLOG_NOTICE_FOR(fn, fmt, ...) TLOG_WRITE_FOR(fn, LOG_ID_MAIN, DLOG_WARN, TLOG_COLOUR_YELLOW, fmt, ##__VA_ARGS__)
+#define TLOG_ERROR_FOR(fn, fmt, ...) TLOG_WRITE_FOR(fn, LOG_ID_MAIN, DLOG_ERROR, TLOG_COLOUR_RED, fmt, ##__VA_ARGS__)
 // System buffer, error priority: the reports that belong in the system log.
-#define TLOG_SYSTEM_FOR(function, fmt, ...) \
-    TLOG_WRITE_FOR(function, LOG_ID_SYSTEM, DLOG_ERROR, TLOG_COLOUR_RED, fmt, ##__VA_ARGS__)
+#define TLOG_SYSTEM_FOR(fn, fmt, ...) TLOG_WRITE_FOR(fn, LOG_ID_SYSTEM, DLOG_ERROR, TLOG_COLOUR_RED, fmt, ##__VA_ARGS__)
 
 #define TLOG_TRACE(fmt, ...) TLOG_TRACE_FOR(__func__, fmt, ##__VA_ARGS__)
 #define TLOG_INFO_TRACE(fmt, ...) TLOG_INFO_TRACE_FOR(__func__, fmt, ##__VA_ARGS__)

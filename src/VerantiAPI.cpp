@@ -9,12 +9,15 @@
 #include <glib.h>
 
 #include <memory>
+#include <stdexcept>
+#include <string_view>
 
 #include "TermsCommon.h"
 #include "TermsJsonParser.h"
 #include "TermsLog.h"
 
 using terms::BoolText;
+using terms::kProductTypeTV;
 
 CVerantiAPI* CVerantiAPI::m_pInstance = nullptr;
 
@@ -24,7 +27,6 @@ const char kTermsClientBusName[] = "com.velmora.tv.termsclient";
 const char kClientName[] = "CAutoConnect";
 const Corvane::TCServer::TCServerType kClientServerType = Corvane::TCServer::TC_SERVER_TYPE_2;
 const int kNoTimeLimit = -1;
-const char kProductTypeTV[] = "TV";
 const char kAgreementCacheKey[] = "db/veranti/disclaimeragrees";
 const char kMenuTitlesKey[] = "db/veranti/terms_title";
 
@@ -91,45 +93,68 @@ bool ReadResult(Corvane::TCMessage& reply) {
     return reply.body["result"].asBool();
 }
 
-// Sends the request and answers "sent and result".
-bool SendPlainRequest(CTermsExchange& exchange, const Corvane::TCMessage& request) {
+// Whether a request carries the member "data" (always null) beside its "method".
+enum class RequestData { Without, Null };
+
+// Passed for a request without the availability question first: the question
+// itself, and the methods that ask it themselves because they log between the
+// question and their own request.
+struct NoAvailabilityQuestion {};
+
+// The prologue the request methods share: the availability question (its
+// answer only shows in the log), then the connection of this request, then
+// the request naming its method. Without a method, the caller names it.
+class CTermsCall {
+public:
+    CTermsCall(CVerantiAPI& api, const char* method = nullptr, RequestData data = RequestData::Null)
+        : m_bAvailable(api.IsServiceAvailable()) {
+        NameMethod(method, data);
+    }
+    CTermsCall(NoAvailabilityQuestion, const char* method, RequestData data = RequestData::Null) {
+        NameMethod(method, data);
+    }
+
+    bool IsProxyOpen() const { return m_Exchange.IsProxyOpen(); }
+    // Sends the request; true when the reply arrived (into `reply`).
+    bool Send() { return m_Exchange.m_SendTermsRequest(request, reply); }
+    // Sends the request and answers "sent and result".
+    bool SendPlain() { return Send() && ReadResult(reply); }
+
+private:
+    void NameMethod(const char* method, RequestData data) {
+        if (!method) return;
+        request.body["method"] = method;
+        if (data == RequestData::Null) request.body["data"] = Json::Value();
+    }
+
+    // In this order: the question is asked before the connection opens, and
+    // the connection is made before the messages and closed after them.
+    [[maybe_unused]] bool m_bAvailable = false;
+    CTermsExchange m_Exchange;
+
+public:
+    Corvane::TCMessage request;
     Corvane::TCMessage reply;
-    const bool sent = exchange.m_SendTermsRequest(request, reply);
-    return sent && ReadResult(reply);
-}
-
-void SetMethod(Corvane::TCMessage& request, const char* method) {
-    request.body["method"] = method;
-}
-
-void SetMethodWithData(Corvane::TCMessage& request, const char* method) {
-    SetMethod(request, method);
-    request.body["data"] = Json::Value();
-}
+};
 
 // The header data of the disclaimer screens; a null value when the request
 // could not be sent.
-Json::Value RequestHeaderData(const char* method) {
-    CTermsExchange exchange;
-    Corvane::TCMessage request;
-    Corvane::TCMessage reply;
-    SetMethodWithData(request, method);
-    exchange.m_SendTermsRequest(request, reply);
-    return reply.body["headerData"];
+Json::Value RequestHeaderData(CVerantiAPI& api, const char* method) {
+    CTermsCall call(api, method);
+    call.Send();
+    return call.reply.body["headerData"];
 }
 
 // The service's own checks. The outputs are written whenever the request was
 // sent, also when "result" is false, and left untouched when it was not.
-bool SendDravikRequest(const char* method, int& errorCode, int& errorReason, std::string* errorMessage) {
-    CTermsExchange exchange;
-    Corvane::TCMessage request;
-    Corvane::TCMessage reply;
-    SetMethod(request, method);
-    if (!exchange.m_SendTermsRequest(request, reply)) return false;
-    const bool result = ReadResult(reply);
-    errorCode = reply.body["errorcode"].asInt();
-    errorReason = reply.body["errorreason"].asInt();
-    if (errorMessage) *errorMessage = reply.body["errormessage"].asString();
+bool SendDravikRequest(CVerantiAPI& api, const char* method, int& errorCode, int& errorReason,
+                       std::string* errorMessage) {
+    CTermsCall call(api, method, RequestData::Without);
+    if (!call.Send()) return false;
+    const bool result = ReadResult(call.reply);
+    errorCode = call.reply.body["errorcode"].asInt();
+    errorReason = call.reply.body["errorreason"].asInt();
+    if (errorMessage) *errorMessage = call.reply.body["errormessage"].asString();
     return result;
 }
 
@@ -155,28 +180,8 @@ constexpr MemberBinding Flag(const char* name, bool Item::*field) {
     return {name, nullptr, nullptr, field};
 }
 
-// The members a revised-disclaimers reply fills, in reading order.
-const MemberBinding kRevisedMembers[] = {
-    Text("id", &Item::strItemId),
-    Text("title", &Item::strTitle),
-    Text("intro", &Item::strIntro),
-    Text("details", &Item::strDetails),
-    Text("button1", &Item::strButton1),
-    Text("button2", &Item::strButton2),
-    Text("button3", &Item::strButton3),
-    Text("button4", &Item::strButton4),
-    Text("button5", &Item::strButton5),
-    Text("button6", &Item::strButton6),
-    Text("button7", &Item::strButton7),
-    Text("button8", &Item::strButton8),
-    Text("agree_dependency", &Item::strAgreeDependency),
-    Flag("is_agreed", &Item::bIsAgreed),
-    Flag("reverse", &Item::bReverse),
-    Flag("ppused", &Item::bPPUsed),
-};
-
 // The members a disclaimer-detail reply fills: all of them, in reading order.
-const MemberBinding kDetailMembers[] = {
+constexpr MemberBinding kDetailMembers[] = {
     Text("id", &Item::strItemId),
     Number("order", &Item::nOrder),
     Text("version", &Item::strVersion),
@@ -199,6 +204,32 @@ const MemberBinding kDetailMembers[] = {
     Flag("ppused", &Item::bPPUsed),
     Flag("reverse", &Item::bReverse),
 };
+
+// The binding of a member a detail reply fills; a name without one does not compile.
+constexpr MemberBinding DetailMember(std::string_view name) {
+    for (const MemberBinding& binding : kDetailMembers) {
+        if (name == binding.name) return binding;
+    }
+    throw std::logic_error("not a member of a disclaimer-detail reply");
+}
+
+// The members a revised-disclaimers reply fills, in reading order.
+constexpr MemberBinding kRevisedMembers[] = {DetailMember("id"),
+                                             DetailMember("title"),
+                                             DetailMember("intro"),
+                                             DetailMember("details"),
+                                             DetailMember("button1"),
+                                             DetailMember("button2"),
+                                             DetailMember("button3"),
+                                             DetailMember("button4"),
+                                             DetailMember("button5"),
+                                             DetailMember("button6"),
+                                             DetailMember("button7"),
+                                             DetailMember("button8"),
+                                             DetailMember("agree_dependency"),
+                                             DetailMember("is_agreed"),
+                                             DetailMember("reverse"),
+                                             DetailMember("ppused")};
 
 // Copies the bound members of one disclaimer object into the record. A
 // missing member gives the empty text, 0 or false; a member of a kind that
@@ -233,14 +264,19 @@ void AppendDetailSections(Item& item, DetailsTextLog detailsLog, const char* fun
     }
     if (!root.isArray()) return;
     TLOG_TRACE_FOR(function, "It is new RULE");
-    for (Json::ArrayIndex i = 0; i < root.size(); ++i) {
-        const Json::Value& section = root[i];
+    for (const Json::Value& section : root) {
         std::string title = section["title"].asString();
         std::string data = section["data"].asString();
         TLOG_WARN_FOR(function, "push back");
         item.vecDetailData.push_back(std::move(title));
         item.vecDetailData.push_back(std::move(data));
     }
+}
+
+// Appends a record to the caller's list, which owns it from then on.
+void HandOver(std::unique_ptr<Item> item, std::vector<Item*>& items) {
+    items.push_back(item.get());
+    static_cast<void>(item.release());
 }
 
 // Fills a record from the flat reply of a single-disclaimer request.
@@ -252,11 +288,9 @@ void GetDisclaimerInfo(const Corvane::TCMessage& reply, Item& item) {
 }
 
 // Sends a single-disclaimer request; 0 with the record filled, or -1 with it untouched.
-int FetchDisclaimer(CTermsExchange& exchange, const Corvane::TCMessage& request, Item& item) {
-    Corvane::TCMessage reply;
-    const bool sent = exchange.m_SendTermsRequest(request, reply);
-    if (!sent || !ReadResult(reply)) return -1;
-    GetDisclaimerInfo(reply, item);
+int FetchDisclaimer(CTermsCall& call, Item& item) {
+    if (!call.SendPlain()) return -1;
+    GetDisclaimerInfo(call.reply, item);
     return 0;
 }
 
@@ -264,26 +298,43 @@ int FetchDisclaimer(CTermsExchange& exchange, const Corvane::TCMessage& request,
 // The cache readers and the service question log on behalf of the public
 // query that calls them: `function` names it.
 
+// What a cache query adds to its lines that say the cache cannot answer:
+// after a fixed text, and after the cache's text.
+struct CacheFailureNote {
+    const char* afterText;
+    const char* afterData;
+};
+constexpr CacheFailureNote kNoNote = {"", ""};
+constexpr CacheFailureNote kAgreementFalseNote = {", agreement = false", " , agreement = false"};
+
+// The agreement cache, parsed; nothing (logged) when it cannot be read, is
+// empty or is not JSON.
+std::optional<Json::Value> ReadAgreementCache(const std::string& itemId, const CacheFailureNote& note,
+                                              const char* function) {
+    TLOG_WARN_FOR(function, "requested ID %s", itemId.c_str());
+    const std::optional<std::string> saved = terms::ReadStoreText(kAgreementCacheKey);
+    if (!saved) {
+        TLOG_WARN_FOR(function, "vconf get str failed%s", note.afterText);
+        return std::nullopt;
+    }
+    TLOG_INFO_FOR(function, "Get vconf savedData: %s", saved->c_str());
+    if (saved->empty()) {
+        TLOG_WARN_FOR(function, "Empty Data%s", note.afterText);
+        return std::nullopt;
+    }
+    Json::Value agreements;
+    if (!terms::ParseJsonText(*saved, agreements)) {
+        TLOG_WARN_FOR(function, "parser failed : \n %s%s", saved->c_str(), note.afterData);
+        return std::nullopt;
+    }
+    return agreements;
+}
+
 bool IsItemInAgreementCache(const std::string& itemId, const char* function) {
     try {
-        TLOG_WARN_FOR(function, "requested ID %s", itemId.c_str());
-        const std::optional<std::string> saved = terms::ReadStoreText(kAgreementCacheKey);
-        if (!saved) {
-            TLOG_WARN_FOR(function, "vconf get str failed");
-            return false;
-        }
-        TLOG_INFO_FOR(function, "Get vconf savedData: %s", saved->c_str());
-        if (saved->empty()) {
-            TLOG_WARN_FOR(function, "Empty Data");
-            return false;
-        }
-        Json::Value agreements;
-        if (!terms::ParseJsonText(*saved, agreements)) {
-            agreements = Json::Value();
-            TLOG_WARN_FOR(function, "parser failed : \n %s", saved->c_str());
-            return false;
-        }
-        if (agreements[itemId].empty()) {
+        std::optional<Json::Value> agreements = ReadAgreementCache(itemId, kNoNote, function);
+        if (!agreements) return false;
+        if ((*agreements)[itemId].empty()) {
             TLOG_WARN_FOR(function, "%s does not exist", itemId.c_str());
             return false;
         }
@@ -297,27 +348,12 @@ bool IsItemInAgreementCache(const std::string& itemId, const char* function) {
 
 void ReadAgreementFromCache(const std::string& itemId, int* pIsAgreed, const char* function) {
     try {
-        TLOG_WARN_FOR(function, "requested ID %s", itemId.c_str());
-        const std::optional<std::string> saved = terms::ReadStoreText(kAgreementCacheKey);
-        if (!saved) {
-            TLOG_WARN_FOR(function, "vconf get str failed, agreement = false");
+        std::optional<Json::Value> agreements = ReadAgreementCache(itemId, kAgreementFalseNote, function);
+        if (!agreements) {
             *pIsAgreed = 0;
             return;
         }
-        TLOG_INFO_FOR(function, "Get vconf savedData: %s", saved->c_str());
-        if (saved->empty()) {
-            *pIsAgreed = 0;
-            TLOG_WARN_FOR(function, "Empty Data, agreement = false");
-            return;
-        }
-        Json::Value agreements;
-        if (!terms::ParseJsonText(*saved, agreements)) {
-            agreements = Json::Value();
-            *pIsAgreed = 0;
-            TLOG_WARN_FOR(function, "parser failed : \n %s , agreement = false", saved->c_str());
-            return;
-        }
-        const Json::Value& agreement = agreements[itemId];
+        const Json::Value& agreement = (*agreements)[itemId];
         if (!agreement.isString()) {
             TLOG_WARN_FOR(function, "%s is not string type", itemId.c_str());
             *pIsAgreed = 0;
@@ -334,19 +370,17 @@ void ReadAgreementFromCache(const std::string& itemId, int* pIsAgreed, const cha
 // Asks the service for an agreement over the "common_protocol" request. The
 // request is sent only when the proxy opened; the answer is only logged and
 // written, and the cache is read afterwards in any case.
-void AskServiceForAgreement(const std::string& itemId, int* pIsAgreed, const std::string& productType,
+void AskServiceForAgreement(CVerantiAPI& api, const std::string& itemId, int* pIsAgreed, const std::string& productType,
                             const char* function) {
-    CTermsExchange exchange;
-    if (exchange.IsProxyOpen()) {
-        Corvane::TCMessage request;
-        Corvane::TCMessage reply;
-        request.protocol = "common_protocol";
-        request.body["request_type"] = "get disclaimer agreement";
-        request.body["product_type"] = productType;
-        request.body["request_item"] = itemId;
-        exchange.m_SendTermsRequest(request, reply);
-        if (ReadResult(reply)) {
-            *pIsAgreed = reply.body["is_agreed"].asBool() ? 1 : 0;
+    CTermsCall call(api);
+    if (call.IsProxyOpen()) {
+        call.request.protocol = "common_protocol";
+        call.request.body["request_type"] = "get disclaimer agreement";
+        call.request.body["product_type"] = productType;
+        call.request.body["request_item"] = itemId;
+        call.Send();
+        if (ReadResult(call.reply)) {
+            *pIsAgreed = call.reply.body["is_agreed"].asBool() ? 1 : 0;
         } else {
             TLOG_NOTICE_FOR(function, "disclaimer %s is not exist!", itemId.c_str());
             *pIsAgreed = 0;
@@ -410,10 +444,8 @@ void CVerantiAPI::m_FinalProxy() {}
 
 bool CVerantiAPI::IsServiceAvailable() {
     TLOG_INFO("IsServiceAvailable");
-    CTermsExchange exchange;
-    Corvane::TCMessage request;
-    SetMethod(request, "is service available");
-    const bool available = SendPlainRequest(exchange, request);
+    CTermsCall call(NoAvailabilityQuestion{}, "is service available", RequestData::Without);
+    const bool available = call.SendPlain();
     TLOG_INFO("IsServiceAvailable result : %s", BoolText(available));
     return available;
 }
@@ -422,108 +454,84 @@ bool CVerantiAPI::IsServiceAvailable() {
 
 void CVerantiAPI::GetInformationForDisclaimer(Json::Value& header) {
     TLOG_INFO("");
-    IsServiceAvailable();
-    header = RequestHeaderData("get information for disclaimer");
+    header = RequestHeaderData(*this, "get information for disclaimer");
 }
 
 void CVerantiAPI::GetInformationForDisclaimerWebView(Json::Value& header) {
     TLOG_INFO("");
-    IsServiceAvailable();
-    header = RequestHeaderData("get information for web view disclaimer");
+    header = RequestHeaderData(*this, "get information for web view disclaimer");
 }
 
 bool CVerantiAPI::DravikCheck(int& errorCode, int& errorReason) {
     TLOG_INFO("");
-    IsServiceAvailable();
-    return SendDravikRequest("dravik check", errorCode, errorReason, nullptr);
+    return SendDravikRequest(*this, "dravik check", errorCode, errorReason, nullptr);
 }
 
 bool CVerantiAPI::DravikCheck(int& errorCode, int& errorReason, std::string& errorMessage) {
     TLOG_INFO("");
-    IsServiceAvailable();
-    return SendDravikRequest("dravik get error info", errorCode, errorReason, &errorMessage);
+    return SendDravikRequest(*this, "dravik get error info", errorCode, errorReason, &errorMessage);
 }
 
 bool CVerantiAPI::RequestDisclaimersRESTAPI(std::string requestFrom, std::string terms) {
-    IsServiceAvailable();
-    CTermsExchange exchange;
-    Corvane::TCMessage request;
-    Corvane::TCMessage reply;
-    SetMethodWithData(request, "request disclaimer api");
-    request.body["product_type"] = kProductTypeTV;
-    request.body["terms"] = terms;
-    request.body["request_from"] = requestFrom;
+    CTermsCall call(*this, "request disclaimer api");
+    call.request.body["product_type"] = kProductTypeTV;
+    call.request.body["terms"] = terms;
+    call.request.body["request_from"] = requestFrom;
     TLOG_TRACE("");
-    if (!exchange.m_SendTermsRequest(request, reply)) return false;
+    if (!call.Send()) return false;
     // "result" was looked up with the inserting subscript, so a received
     // reply is never empty here: the answer is "result".
-    const bool result = ReadResult(reply);
-    return result && !reply.body.empty();
+    const bool result = ReadResult(call.reply);
+    return result && !call.reply.body.empty();
 }
 
 bool CVerantiAPI::RequestDisclaimerID(std::string productType, bool otherPage) {
     TLOG_INFO("");
-    IsServiceAvailable();
-    CTermsExchange exchange;
-    Corvane::TCMessage request;
-    SetMethodWithData(request, "request disclaimerid");
-    request.body["product_type"] = productType;
-    request.body["request_from"] = "wizard-terms";
-    request.body["other_page"] = otherPage;
-    return SendPlainRequest(exchange, request);
+    CTermsCall call(*this, "request disclaimerid");
+    call.request.body["product_type"] = productType;
+    call.request.body["request_from"] = "wizard-terms";
+    call.request.body["other_page"] = otherPage;
+    return call.SendPlain();
 }
 
 bool CVerantiAPI::SetDisclaimersAgreement(Json::Value& agreements, bool, std::string productType) {
     TLOG_INFO("");
-    IsServiceAvailable();
-    CTermsExchange exchange;
-    Corvane::TCMessage request;
+    CTermsCall call(*this);
     // The caller's object becomes the request body; the caller is left with
     // the request's former, empty body.
-    request.body.swap(agreements);
-    request.body["product_type"] = productType;
-    SetMethodWithData(request, "set agreements");
-    return SendPlainRequest(exchange, request);
+    call.request.body.swap(agreements);
+    call.request.body["product_type"] = productType;
+    call.request.body["method"] = "set agreements";
+    call.request.body["data"] = Json::Value();
+    return call.SendPlain();
 }
 
 bool CVerantiAPI::SetCountryCode(const std::string& countryCode) {
     TLOG_INFO("");
-    IsServiceAvailable();
-    CTermsExchange exchange;
-    Corvane::TCMessage request;
-    SetMethodWithData(request, "set country code");
-    request.body["country_code"] = countryCode;
-    return SendPlainRequest(exchange, request);
+    CTermsCall call(*this, "set country code");
+    call.request.body["country_code"] = countryCode;
+    return call.SendPlain();
 }
 
 bool CVerantiAPI::RequestUpdateDisclaimers(std::string productType) {
     TLOG_INFO("");
-    IsServiceAvailable();
-    CTermsExchange exchange;
-    Corvane::TCMessage request;
-    SetMethodWithData(request, "request update disclaimers");
-    request.body["product_type"] = productType;
-    request.body["request_from"] = "wizard-terms";
-    return SendPlainRequest(exchange, request);
+    CTermsCall call(*this, "request update disclaimers");
+    call.request.body["product_type"] = productType;
+    call.request.body["request_from"] = "wizard-terms";
+    return call.SendPlain();
 }
 
 bool CVerantiAPI::RequestCountryCodeList() {
     TLOG_INFO("");
-    IsServiceAvailable();
-    CTermsExchange exchange;
-    Corvane::TCMessage request;
-    SetMethodWithData(request, "request country code list");
-    return SendPlainRequest(exchange, request);
+    CTermsCall call(*this, "request country code list");
+    return call.SendPlain();
 }
 
 bool CVerantiAPI::CloneData(std::string src, std::string dest, bool toUsb) {
-    IsServiceAvailable();
-    CTermsExchange exchange;
-    Corvane::TCMessage request;
-    SetMethodWithData(request, toUsb ? "Copy Clone Data TV to USB" : "Copy Clone Data USB to TV");
-    request.body["src"] = src;
-    request.body["dest"] = dest;
-    return SendPlainRequest(exchange, request);
+    CTermsCall call(*this, toUsb ? "Copy Clone Data TV to USB" : "Copy Clone Data USB to TV");
+    call.request.body["src"] = src;
+    call.request.body["dest"] = dest;
+    return call.SendPlain();
 }
 
 bool CVerantiAPI::CopyCloneDataUSBtoTV(std::string src, std::string dest) {
@@ -540,110 +548,70 @@ bool CVerantiAPI::RequestResetNimbra() {
     TLOG_INFO("");
     IsServiceAvailable();
     TLOG_INFO("RequestResetNimbra called");
-    CTermsExchange exchange;
-    Corvane::TCMessage request;
-    SetMethodWithData(request, "request reset nimbra");
-    return SendPlainRequest(exchange, request);
+    CTermsCall call(NoAvailabilityQuestion{}, "request reset nimbra");
+    return call.SendPlain();
 }
 
 int CVerantiAPI::GetDisclaimerNum(EHomeDisclaimerRequester requester, std::string productType) {
     TLOG_INFO("GetDisclaimerNum called with requester: %d", static_cast<int>(requester));
-    IsServiceAvailable();
-    CTermsExchange exchange;
-    Corvane::TCMessage request;
-    Corvane::TCMessage reply;
-    SetMethodWithData(request, "get disclaimer number");
-    request.body["product_type"] = productType;
-    request.body["requester"] = static_cast<int>(requester);
+    CTermsCall call(*this, "get disclaimer number");
+    call.request.body["product_type"] = productType;
+    call.request.body["requester"] = static_cast<int>(requester);
     int number = 0;
-    if (exchange.m_SendTermsRequest(request, reply) && ReadResult(reply)) number = reply.body["number"].asInt();
+    if (call.SendPlain()) number = call.reply.body["number"].asInt();
     TLOG_INFO("GetDisclaimerNum %d", number);
     return number;
 }
 
 bool CVerantiAPI::SetAllDisclaimerItemAgreement(int agreed, std::string productType) {
     TLOG_INFO("Model %s try to set all agreement to %s.", productType.c_str(), BoolText(agreed != 0));
-    IsServiceAvailable();
-    CTermsExchange exchange;
-    Corvane::TCMessage request;
-    SetMethod(request, "set all agreement");
-    request.body["product_type"] = productType;
-    request.body["is_agreed"] = agreed != 0;
-    return SendPlainRequest(exchange, request);
+    CTermsCall call(*this, "set all agreement", RequestData::Without);
+    call.request.body["product_type"] = productType;
+    call.request.body["is_agreed"] = agreed != 0;
+    return call.SendPlain();
 }
 
 bool CVerantiAPI::SetRevisedTermAgreement(std::string item, bool agreed, std::string productType) {
     TLOG_INFO("SetRevisedTermAgreement called");
-    IsServiceAvailable();
-    CTermsExchange exchange;
-    Corvane::TCMessage request;
-    SetMethod(request, "set one agreement");
-    request.body["product_type"] = productType;
-    request.body["request_item"] = item;
-    request.body["is_agreed"] = agreed;
-    return SendPlainRequest(exchange, request);
+    CTermsCall call(*this, "set one agreement", RequestData::Without);
+    call.request.body["product_type"] = productType;
+    call.request.body["request_item"] = item;
+    call.request.body["is_agreed"] = agreed;
+    return call.SendPlain();
 }
 
 bool CVerantiAPI::SetDisclaimerItemAgreement(const std::string& item, const int& agreed, std::string productType) {
     IsServiceAvailable();
     TLOG_INFO("Model %s try to set %s agreement to %s.", productType.c_str(), item.c_str(), BoolText(agreed != 0));
-    CTermsExchange exchange;
-    Corvane::TCMessage request;
-    SetMethod(request, "set one agreement");
-    request.body["request_item"] = item;
-    request.body["product_type"] = productType;
-    request.body["is_agreed"] = agreed != 0;
-    return SendPlainRequest(exchange, request);
+    CTermsCall call(NoAvailabilityQuestion{}, "set one agreement", RequestData::Without);
+    call.request.body["request_item"] = item;
+    call.request.body["product_type"] = productType;
+    call.request.body["is_agreed"] = agreed != 0;
+    return call.SendPlain();
 }
 
 // ---- Disclaimer content ----
 
-STHomeDisclaimerContentItem::STHomeDisclaimerContentItem() {
-    strItemId = "";
-    nOrder = 0;
-    strVersion = "";
-    strTitle = "";
-    strIntro = "";
-    strDetails = "";
-    strButton1 = "";
-    strButton2 = "";
-    strButton3 = "";
-    strButton4 = "";
-    strButton5 = "";
-    strButton6 = "";
-    strButton7 = "";
-    strButton8 = "";
-    strButton9 = "";
-    strButton10 = "";
-    bIsAgreed = false;
-    bOnlyNotice = false;
-    strAgreeDependency = "";
-    bPPUsed = false;
-    bReverse = false;
-    vecDetailData.clear();
-}
+// Texts and the section list start empty; numbers and flags start at 0 and false.
+STHomeDisclaimerContentItem::STHomeDisclaimerContentItem()
+    : nOrder(0), bIsAgreed(false), bOnlyNotice(false), bPPUsed(false), bReverse(false) {}
 
 bool CVerantiAPI::GetRevisedDisclaimers(std::vector<STHomeDisclaimerContentItem*>& vecItems, std::string strProductType,
                                         std::string strTerms) {
     TLOG_INFO("GetRevisedDisclaimers called");
-    IsServiceAvailable();
-    CTermsExchange exchange;
-    Corvane::TCMessage request;
-    Corvane::TCMessage reply;
-    SetMethodWithData(request, "get revised disclaimers");
-    request.body["product_type"] = strProductType;
-    request.body["terms"] = strTerms;
-    if (!exchange.m_SendTermsRequest(request, reply) || !ReadResult(reply)) return false;
+    CTermsCall call(*this, "get revised disclaimers");
+    call.request.body["product_type"] = strProductType;
+    call.request.body["terms"] = strTerms;
+    if (!call.SendPlain()) return false;
 
-    const Json::Value disclaimers = reply.body["disclaimers"];
+    const Json::Value disclaimers = call.reply.body["disclaimers"];
     const Json::ArrayIndex count = disclaimers.size();
     for (Json::ArrayIndex i = 0; i < count; ++i) {
         auto item = std::make_unique<STHomeDisclaimerContentItem>();
         ReadDisclaimerMembers(disclaimers[i], *item, kRevisedMembers);
         TLOG_WARN("id %s", item->strItemId.c_str());
         AppendDetailSections(*item, DetailsTextLog::Logged, __func__);
-        vecItems.push_back(item.get());
-        item.release();
+        HandOver(std::move(item), vecItems);
     }
     return true;
 }
@@ -651,26 +619,20 @@ bool CVerantiAPI::GetRevisedDisclaimers(std::vector<STHomeDisclaimerContentItem*
 int CVerantiAPI::GetDisclaimerDetail(STHomeDisclaimerContentItem& item, int index, EHomeDisclaimerRequester requester,
                                      std::string strProductType) {
     TLOG_INFO("GetDisclaimerDetail called for index: %d and requester: %d", index, static_cast<int>(requester));
-    IsServiceAvailable();
-    CTermsExchange exchange;
-    Corvane::TCMessage request;
-    SetMethodWithData(request, "get disclaimer by order");
-    request.body["product_type"] = strProductType;
-    request.body["requester"] = static_cast<int>(requester);
-    request.body["request_index"] = index;
-    return FetchDisclaimer(exchange, request, item);
+    CTermsCall call(*this, "get disclaimer by order");
+    call.request.body["product_type"] = strProductType;
+    call.request.body["requester"] = static_cast<int>(requester);
+    call.request.body["request_index"] = index;
+    return FetchDisclaimer(call, item);
 }
 
 int CVerantiAPI::GetDisclaimerDetail(const std::string& strItemId, STHomeDisclaimerContentItem& item,
                                      std::string strProductType) {
     TLOG_INFO("GetDisclaimerDetail called for itemId: %s %s", strItemId.c_str(), strProductType.c_str());
-    IsServiceAvailable();
-    CTermsExchange exchange;
-    Corvane::TCMessage request;
-    SetMethodWithData(request, "get disclaimer by term id");
-    request.body["product_type"] = strProductType;
-    request.body["request_item"] = strItemId;
-    return FetchDisclaimer(exchange, request, item);
+    CTermsCall call(*this, "get disclaimer by term id");
+    call.request.body["product_type"] = strProductType;
+    call.request.body["request_item"] = strItemId;
+    return FetchDisclaimer(call, item);
 }
 
 int CVerantiAPI::GetDisclaimerDetails(std::vector<STHomeDisclaimerContentItem*>& vecItems,
@@ -687,8 +649,7 @@ int CVerantiAPI::GetDisclaimerDetails(std::vector<STHomeDisclaimerContentItem*>&
         TLOG_SYSTEM("%d", index);
         auto item = std::make_unique<STHomeDisclaimerContentItem>();
         if (GetDisclaimerDetail(*item, index, requester, strProductType) == -1) continue;
-        vecItems.push_back(item.get());
-        item.release();
+        HandOver(std::move(item), vecItems);
     }
     return 0;
 }
@@ -699,19 +660,14 @@ bool CVerantiAPI::IsDisclaimerItemExist(const std::string& strItemId, std::strin
     if (productType == kProductTypeTV) return IsItemInAgreementCache(strItemId, __func__);
     IsServiceAvailable();
     TLOG_INFO("IsDisclaimerItemExist called for strItemId: %s", strItemId.c_str());
-    CTermsExchange exchange;
-    Corvane::TCMessage request;
-    SetMethodWithData(request, "get disclaimer by term id");
-    request.body["product_type"] = productType;
-    request.body["request_item"] = strItemId;
-    return SendPlainRequest(exchange, request);
+    CTermsCall call(NoAvailabilityQuestion{}, "get disclaimer by term id");
+    call.request.body["product_type"] = productType;
+    call.request.body["request_item"] = strItemId;
+    return call.SendPlain();
 }
 
 int CVerantiAPI::GetDisclaimerItemAgreement(const std::string& strItemId, int* pIsAgreed, std::string productType) {
-    if (productType != kProductTypeTV) {
-        IsServiceAvailable();
-        AskServiceForAgreement(strItemId, pIsAgreed, productType, __func__);
-    }
+    if (productType != kProductTypeTV) AskServiceForAgreement(*this, strItemId, pIsAgreed, productType, __func__);
     // The cache has the last word for every product type.
     ReadAgreementFromCache(strItemId, pIsAgreed, __func__);
     return 0;

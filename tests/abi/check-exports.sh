@@ -1,45 +1,65 @@
 #!/bin/sh
-# Compares the dynamic symbol table of a shared library with a checked-in list.
+# Compares the dynamic symbol table of a shared library with the names its
+# version script exports.
 #
-# Usage: check-exports.sh <nm> <library> <expected list>
+# Usage: check-exports.sh <nm> <library> <version script>
 #
-# The list holds the demangled names of the symbols that the library defines
-# and exports, one per line, sorted bytewise (LC_ALL=C sort), duplicates
-# kept: a constructor or destructor appears once per variant that the
-# compiler emits (complete object, base object, deleting). Names that
-# sanitizer instrumentation adds (__odr_asan.*) are not part of the list.
-# Any difference in either direction fails, and the diff is printed.
+# The version script (src/libcapi-veranti-service.map) lists the exported
+# names, mangled, one per line between "global:" and "local:", and the linker
+# reads the same list. The table's names lose their version suffix
+# (@@NODE or @NODE); the absolute symbol that names the version node itself,
+# and names that sanitizer instrumentation adds (__odr_asan.*), are not part
+# of the list. Any difference in either direction fails, and the diff is
+# printed with the names demangled.
 set -eu
 
 if [ $# -ne 3 ]; then
-    echo "usage: $0 <nm> <library> <expected list>" >&2
+    echo "usage: $0 <nm> <library> <version script>" >&2
     exit 2
 fi
 nm_tool=$1
 library=$2
-expected=$3
+script=$3
 
-actual=$(mktemp)
-trap 'rm -f "$actual"' EXIT
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
 
-# nm prints "<address> <type> <name>"; the name may contain blanks.
-"$nm_tool" -D --defined-only -C "$library" |
-    awk '$2 ~ /^[ABDGRSTVWiu]$/ {
-             name = $0
-             sub(/^[^ ]* [^ ]* /, "", name)
+# The names between "global:" and "local:", without comments and semicolons.
+sed -e 's|/\*.*\*/||' -e '/\/\*/,/\*\//d' "$script" |
+    awk '/^[ \t]*global:/ { listing = 1; next }
+         /^[ \t]*local:/  { listing = 0 }
+         listing { sub(/;.*/, ""); gsub(/[ \t]/, ""); if ($0 != "") print }' |
+    LC_ALL=C sort >"$work/expected"
+
+# The version node's name: the word before the first "{".
+node=$(sed -e 's|/\*.*\*/||' -e '/\/\*/,/\*\//d' "$script" | awk '/{/ { sub(/[ \t]*{.*/, ""); print $NF; exit }')
+
+# nm prints "<address> <type> <name>[@@<node>]".
+"$nm_tool" -D --defined-only "$library" |
+    awk -v node="$node" '$2 ~ /^[ABDGRSTVWiu]$/ {
+             name = $3
+             sub(/@.*/, "", name)
+             if ($2 == "A" && name == node) next
              if (name !~ /^__odr_asan/) print name
          }' |
-    LC_ALL=C sort >"$actual"
+    LC_ALL=C sort >"$work/actual"
 
-if [ ! -s "$actual" ]; then
+if [ ! -s "$work/expected" ]; then
+    echo "no exported names read from $script" >&2
+    exit 1
+fi
+if [ ! -s "$work/actual" ]; then
     echo "no exported symbols read from $library" >&2
     exit 1
 fi
 
-if diff -u "$expected" "$actual"; then
-    echo "$(wc -l <"$actual") exported symbols match $expected"
+if diff -u "$work/expected" "$work/actual" >"$work/diff"; then
+    echo "$(wc -l <"$work/actual") exported symbols match $script"
 else
-    echo "the exported symbols of $library differ from $expected" >&2
+    demangle=cat
+    if command -v c++filt >/dev/null 2>&1; then demangle=c++filt; fi
+    "$demangle" <"$work/diff"
+    echo "the exported symbols of $library differ from $script" >&2
     echo "('-' listed but not exported, '+' exported but not listed)" >&2
     exit 1
 fi

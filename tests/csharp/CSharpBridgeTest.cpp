@@ -47,6 +47,9 @@ protected:
 #ifdef BRIDGE_UNDER_TSAN
         GTEST_SKIP() << "mono does not run with a thread-sanitized library";
 #endif
+#ifdef BRIDGE_WITHOUT_MONO
+        GTEST_SKIP() << "Mono (mcs and mono) was not found when the build was configured";
+#endif
         ClientTestBed::SetUp();
     }
 

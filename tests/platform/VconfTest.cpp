@@ -1,9 +1,11 @@
 // The configuration store stand-in, on a temporary root.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <vconf.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
 #include <thread>
 
@@ -50,6 +52,46 @@ TEST(AConfigurationStore, KeepsEachValueAloneInItsFileAndNeverShowsAReaderAMixOf
     EXPECT_EQ(mixed, 0) << "of " << reads << " reads";
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(store.Root() + "/db/veranti"), {}), 1)
         << "no temporary file is left";
+}
+
+// vconftool as the shell runs it, on the test's store, with standard input
+// written by printf from `input` (a printf format); its exit status and output.
+std::pair<int, std::string> RunVconftool(const std::string& args, const std::string& input = "") {
+    const std::string command = "printf '" + input + "' | " VCONFTOOL " " + args + " 2>/dev/null";
+    FILE* tool = popen(command.c_str(), "r");
+    std::string out;
+    char buffer[256];
+    while (tool && std::fgets(buffer, sizeof buffer, tool)) out += buffer;
+    const int status = tool ? pclose(tool) : -1;
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
+}
+
+TEST(TheStoreTool, SetsGetsAndUnsetsKeysAndAnswersWithTheExitStatusItDocuments) {
+    const testbed::TempStore store;
+    const struct {
+        const char* args;
+        const char* input;
+        std::pair<int, std::string> expected;
+    } steps[] = {
+        {"get db/a/b", "", {1, ""}},  // not set
+        {"set db/a/b hello", "", {0, ""}},
+        {"get db/a/b", "", {0, "hello\n"}},
+        {"set db/a/b -", "from\\nstdin", {0, ""}},  // the value read from standard input
+        {"get db/a/b", "", {0, "from\nstdin\n"}},
+        {"set db/a/b -", "a\\000b", {2, ""}},  // a NUL byte on standard input
+        {"unset db/a/b", "", {0, ""}},
+        {"get db/a/b", "", {1, ""}},
+        {"get /db/a", "", {2, ""}},    // not a valid key
+        {"copy db/a/b", "", {2, ""}},  // not a command
+        {"set db/a/b", "", {2, ""}},   // a value missing
+        {"get", "", {2, ""}},
+    };
+    for (const auto& step : steps) EXPECT_EQ(RunVconftool(step.args, step.input), step.expected) << step.args;
+    EXPECT_EQ(store.Get("db/a/b"), std::nullopt);
+
+    const auto [status, help] = RunVconftool("--help");
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(help.rfind("Usage: vconftool get KEY\n", 0), 0u) << help;
 }
 
 }  // namespace

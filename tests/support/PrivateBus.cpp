@@ -9,38 +9,12 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
 
 namespace testbed {
 namespace {
 
 PrivateBus* g_Current = nullptr;
-
-// Any connection may own any name and send to any other; limits are the
-// daemon's built-in defaults (32 MiB per message), as on a real set.
-const char kConfigTemplate[] = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>system</type>
-  <listen>unix:dir=@DIR@</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/>
-    <allow own="*"/>
-    <allow send_destination="*"/>
-    <allow receive_sender="*"/>
-  </policy>
-</busconfig>
-)";
-
-std::string MakeConfig(const std::string& dir) {
-    std::string config = kConfigTemplate;
-    config.replace(config.find("@DIR@"), 5, dir);
-    const std::string path = dir + "/bus.conf";
-    std::ofstream(path) << config;
-    return path;
-}
 
 std::string ReadLine(int fd) {
     std::string line;
@@ -62,12 +36,12 @@ PrivateBus* PrivateBus::Current() {
 void PrivateBus::Start() {
     char dirTemplate[] = "/tmp/veranti-bus-XXXXXX";
     if (!mkdtemp(dirTemplate)) throw std::runtime_error("cannot create a directory for the private bus");
-    m_ConfigDir = dirTemplate;
-    const std::string config = MakeConfig(m_ConfigDir);
+    m_SocketDir = dirTemplate;
 
     int pipeFds[2];
     if (pipe2(pipeFds, O_CLOEXEC) != 0) throw std::runtime_error("cannot create a pipe for the private bus");
-    const std::string configArg = "--config-file=" + config;
+    const std::string configArg = std::string("--config-file=") + PRIVATE_BUS_CONFIG;
+    const std::string listenArg = "--address=unix:dir=" + m_SocketDir;
     const std::string addressArg = "--print-address=" + std::to_string(pipeFds[1]);
     const pid_t parent = getpid();
     m_Pid = fork();
@@ -76,8 +50,8 @@ void PrivateBus::Start() {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (getppid() != parent) _exit(1);
         fcntl(pipeFds[1], F_SETFD, 0);
-        execlp("dbus-daemon", "dbus-daemon", configArg.c_str(), "--nofork", "--nopidfile", addressArg.c_str(),
-               static_cast<char*>(nullptr));
+        execlp("dbus-daemon", "dbus-daemon", configArg.c_str(), listenArg.c_str(), "--nofork", "--nopidfile",
+               addressArg.c_str(), static_cast<char*>(nullptr));
         _exit(127);
     }
     close(pipeFds[1]);
@@ -99,10 +73,10 @@ void PrivateBus::Stop() {
         }
     }
     m_Pid = -1;
-    if (!m_ConfigDir.empty()) {
+    if (!m_SocketDir.empty()) {
         std::error_code ignored;
-        std::filesystem::remove_all(m_ConfigDir, ignored);
-        m_ConfigDir.clear();
+        std::filesystem::remove_all(m_SocketDir, ignored);
+        m_SocketDir.clear();
     }
 }
 

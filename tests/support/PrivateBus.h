@@ -1,7 +1,8 @@
 // A private dbus-daemon for one test program.
 //
-// The daemon runs with a temporary configuration in which any connection may
-// own any name and send to any other. While it runs, DBUS_SYSTEM_BUS_ADDRESS
+// The daemon runs with the configuration scripts/private-bus.conf (any
+// connection may own any name and send to any other; the scripts' private bus
+// uses it too), its socket in a temporary directory. While it runs, DBUS_SYSTEM_BUS_ADDRESS
 // and DBUS_SESSION_BUS_ADDRESS point at it, so every D-Bus library in the
 // process (and every child process) uses it instead of the machine's bus.
 // The daemon dies with the test program, also when a test crashes.
@@ -31,7 +32,7 @@ public:
 
 private:
     pid_t m_Pid = -1;
-    std::string m_ConfigDir;
+    std::string m_SocketDir;
 };
 
 }  // namespace testbed

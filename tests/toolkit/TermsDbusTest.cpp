@@ -140,6 +140,17 @@ TEST(AToolkitServer, RefusesNamesThatDBusRejectsWithoutAGLibCritical) {
     EXPECT_EQ(SendTermsDbusSignal(kHandle, "Notice", &msg), 1) << "still serving";
 }
 
+// The interface is named after the bus name, so its introspection text grows with the name.
+TEST(AToolkitServer, ServesUnderTheLongestBusName) {
+    const std::string longest = "test." + std::string(250, 'x');  // 255 characters, the bus's limit
+    testbed::LogCapture log;
+    InProcessServer server(longest.c_str());
+    ASSERT_TRUE(server.up);
+    EXPECT_EQ(log.Count("parse interface xml fail!"), 0u);
+    TermsDbusMessage msg = MakeRequest("t");
+    EXPECT_EQ(SendTermsDbusSignal(kHandle, "Notice", &msg), 1);
+}
+
 TEST(AToolkitServer, EmitsSignalsWithAndWithoutPayloadButRefusesOneTooLargeForTheBus) {
     InProcessServer server("test.toolkit.server");
     ChildProcess subscriber("/usr/bin/python3 -u " PYTHON_PEERS " watch test.toolkit.server");

@@ -118,13 +118,6 @@ TEST_F(AStoreWatch, IgnoresOtherKeysInTheSameDirectory) {
     EXPECT_EQ(m_Calls, 0);
 }
 
-TEST_F(AStoreWatch, EndsWithTheLatestValueAfterABurstOfWrites) {
-    Watch();
-    for (int i = 1; i <= 1000; ++i) ASSERT_EQ(vconf_set_str(kKey, std::to_string(i).c_str()), 0);
-    EXPECT_TRUE(Sees("1000"));
-    EXPECT_LE(m_Calls, 1000) << "writes that come together are reported together";
-}
-
 TEST_F(AStoreWatch, StopsCallingOnceRemovedAlsoFromItsOwnCallback) {
     Watch();
     m_OnCall = [this] {

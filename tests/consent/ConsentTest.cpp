@@ -4,6 +4,7 @@
 #include <VerantiAPI.h>
 #include <gtest/gtest.h>
 #include <json/json.h>
+#include <sys/wait.h>
 #include <vconf.h>
 
 #include <algorithm>
@@ -406,6 +407,78 @@ TEST_F(AnAsynchronousCall, EndsAtItsTimeLimitWhileTheMainLoopRunsOnWhenTheServic
     IterateFor(300);
     EXPECT_EQ(ends.size(), 5u);
     g_source_remove(ticker);
+}
+
+}  // namespace
+
+namespace {
+
+struct CliRun {
+    int status = -1;
+    std::string out, err;
+};
+
+// Runs terms-cli with the arguments in `line`, quoted as in a shell.
+CliRun Cli(const std::string& line) {
+    g_autofree gchar *out = nullptr, *err = nullptr;
+    gint wait = 0;
+    EXPECT_TRUE(g_spawn_command_line_sync((TERMS_CLI_PATH " " + line).c_str(), &out, &err, &wait, nullptr)) << line;
+    return CliRun{WIFEXITED(wait) ? WEXITSTATUS(wait) : -1, out ? out : "", err ? err : ""};
+}
+
+using TheTermsCliConsentCommands = AConsentClient;
+
+TEST_F(TheTermsCliConsentCommands, TellTheStatusAndAgreeOrWithdrawEverythingInDependencyOrder) {
+    const struct {
+        const char* line;
+        int status;
+        const char* out;  // a part of stdout
+    } kRuns[] = {
+        {"status", 0, "Consent for requester 0: required\nTo show, in order: child, base, loose\n"},
+        {"--json status --requester 1", 0, R"("status" : "not required")"},
+        {"agree --all", 0, "ID     RESULT\nbase   done\nchild  done\nnote   notice\nloose  done\n"},
+        {"status", 0, "Consent for requester 0: obtained\n"},
+        {"agree --none", 0, "loose  done\nnote   notice\nchild  done\nbase   done\n"},
+        {"--json agree --all --requester 2", 1, R"("outcome" : "dependency failed")"},
+        {"agree --none --requester 2", 1, "tail  done\ncyc1  cycle\n"},
+    };
+    for (const auto& run : kRuns) {
+        const CliRun done = Cli(run.line);
+        EXPECT_EQ(done.status, run.status) << run.line << ": " << done.err;
+        EXPECT_NE(done.out.find(run.out), std::string::npos) << run.line << ":\n" << done.out;
+    }
+    EXPECT_NE(Cli("agree --none --requester 2").err.find("could not withdraw cyc1, cyc2"), std::string::npos);
+    m_Service->Stop();
+    const CliRun unknown = Cli("--json status");
+    EXPECT_EQ(unknown.status, 3);
+    EXPECT_NE(unknown.out.find(R"("status" : "unknown")"), std::string::npos) << unknown.out;
+}
+
+TEST_F(TheTermsCliConsentCommands, WatchPrintsEachChangeAsItHappensAsTextOrJson) {
+    const struct {
+        const char* args;
+        const char* out;
+    } kForms[] = {
+        {"watch --count 1", "base: no -> yes\n"},
+        {"--json watch --count 1", R"({"changes":[{"after":"no","before":"yes","id":"base"}]})"},
+    };
+    bool agreed = false;
+    for (const auto& form : kForms) {
+        const std::string command = std::string(TERMS_CLI_PATH) + " " + form.args;
+        g_auto(GStrv) argv = g_strsplit(command.c_str(), " ", -1);
+        g_autoptr(GSubprocess) watcher = g_subprocess_newv(
+            argv, GSubprocessFlags(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_PIPE), nullptr);
+        ASSERT_NE(watcher, nullptr);
+        g_autoptr(GDataInputStream) err = g_data_input_stream_new(g_subprocess_get_stderr_pipe(watcher));
+        g_autofree gchar* ready = g_data_input_stream_read_line(err, nullptr, nullptr, nullptr);
+        ASSERT_NE(ready, nullptr);
+        agreed = !agreed;
+        ASSERT_TRUE(CVerantiAPI::GetInstance()->SetDisclaimerItemAgreement("base", agreed ? 1 : 0, "TV"));
+        g_autofree gchar* out = nullptr;
+        ASSERT_TRUE(g_subprocess_communicate_utf8(watcher, nullptr, nullptr, &out, nullptr, nullptr));
+        EXPECT_TRUE(g_subprocess_get_if_exited(watcher) && g_subprocess_get_exit_status(watcher) == 0);
+        EXPECT_NE(std::string(out).find(form.out), std::string::npos) << form.args << ":\n" << out;
+    }
 }
 
 }  // namespace

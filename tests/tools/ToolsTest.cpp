@@ -162,7 +162,7 @@ TEST_F(TheTermsCli, SendsEachSubcommandsRequestAndExitsWithOneWhenRefusedAndThre
         {"agree first", R"({"method":"set one agreement","request_item":"first","is_agreed":true})"},
         {"disagree first --product-type HUB",
          R"({"method":"set one agreement","is_agreed":false,"product_type":"HUB"})"},
-        {"agree --all", R"({"method":"set all agreement","is_agreed":true,"product_type":"TV"})"},
+        {"agree --all", R"({"method":"get disclaimer number","requester":0,"product_type":"TV"})"},
         {R"(agree --json '{"first":"true","second":"false"}')", R"({"method":"set agreements","second":"false"})"},
         {"country set DE", R"({"method":"set country code","country_code":"DE","data":null})"},
         {"country list", R"({"method":"request country code list","data":null})"},

@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -61,8 +62,9 @@ std::string NextValue(long i) {
 
 void ReportMedian(benchmark::State& state, std::vector<double>& latencies) {
     if (latencies.empty()) return;
-    std::nth_element(latencies.begin(), latencies.begin() + latencies.size() / 2, latencies.end());
-    state.counters["latency_median_ns"] = latencies[latencies.size() / 2];
+    const auto middle = latencies.begin() + static_cast<std::ptrdiff_t>(latencies.size() / 2);
+    std::nth_element(latencies.begin(), middle, latencies.end());
+    state.counters["latency_median_ns"] = *middle;
 }
 
 void BM_Consent_StoreChangeToEvent(benchmark::State& state) {

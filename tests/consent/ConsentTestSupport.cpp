@@ -53,6 +53,7 @@ SimulatedService::SimulatedService(const std::string& catalogue, const std::vect
     std::vector<std::string> args{TERMS_SERVICE_SIM_PATH, "--catalogue", m_Dir + "/catalogue.json"};
     args.insert(args.end(), extra.begin(), extra.end());
     std::vector<const char*> argv;
+    argv.reserve(args.size() + 1);
     for (const std::string& arg : args) argv.push_back(arg.c_str());
     argv.push_back(nullptr);
     g_autoptr(GSubprocessLauncher) launcher = g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDOUT_PIPE);

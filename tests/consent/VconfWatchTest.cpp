@@ -103,6 +103,15 @@ TEST_F(AStoreWatch, ReportsEachKindOfWriterEvenBeforeTheStoreRootExists) {
     }
 }
 
+TEST_F(AStoreWatch, FindsAStoreRootGivenRelativeToTheWorkingDirectory) {
+    const fs::path root(m_Store.Root());
+    fs::current_path(root.parent_path());
+    setenv("VCONF_ROOT", root.filename().c_str(), 1);
+    Watch();
+    ASSERT_EQ(vconf_set_str(kKey, "relative"), 0);
+    EXPECT_TRUE(Sees("relative"));
+}
+
 TEST_F(AStoreWatch, IgnoresOtherKeysInTheSameDirectory) {
     ASSERT_EQ(vconf_set_str(kKey, "mine"), 0);
     Watch();

@@ -54,7 +54,11 @@ namespace Veranti
     {
         public event EventHandler<ConsentChangedEventArgs> Changed;
 
-        readonly Consent.ChangeCallback callback;  // kept alive while registered
+        // Registered watchers stay reachable until disposed, so that the
+        // native side never calls a collected delegate.
+        static readonly HashSet<ConsentWatcher> registered = new HashSet<ConsentWatcher>();
+
+        readonly Consent.ChangeCallback callback;
         uint id;
 
         public ConsentWatcher()
@@ -63,13 +67,19 @@ namespace Veranti
             id = Consent.ConsentAddChangeCallback(callback, IntPtr.Zero);
             if (id == 0)
                 throw new InvalidOperationException("the configuration store cannot be watched");
+            lock (registered)
+                registered.Add(this);
         }
 
+        // Call it on the thread that registered the watcher.
         public void Dispose()
         {
-            if (id != 0)
-                Consent.ConsentRemoveChangeCallback(id);
+            if (id == 0)
+                return;
+            Consent.ConsentRemoveChangeCallback(id);
             id = 0;
+            lock (registered)
+                registered.Remove(this);
         }
 
         void OnChanges(IntPtr changes, int count, IntPtr userData)

@@ -115,8 +115,9 @@ VERANTI_CONSENT_EXPORT const char* ConsentStatusName(ConsentStatusValue value);
  * but the latest value of every id always is. Returns an id (never 0), or 0
  * when the store cannot be watched. */
 VERANTI_CONSENT_EXPORT unsigned int ConsentAddChangeCallback(ConsentChangeCallback callback, void* user_data);
-/* 1 when the callback was registered and is now removed, 0 otherwise. The
- * callback itself may remove its registration. */
+/* 1 when the callback was registered and is now removed, 0 otherwise. Call
+ * it on the thread that runs the registration's context (the callback itself
+ * may remove its registration); no call follows then. */
 VERANTI_CONSENT_EXPORT int ConsentRemoveChangeCallback(unsigned int id);
 
 /* Agrees to (accept) or withdraws (reject) every disclaimer of a requester,

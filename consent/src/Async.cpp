@@ -3,8 +3,12 @@
 // context ends the call early while the worker is left to finish.
 #include <glib.h>
 
+#include <condition_variable>
+#include <deque>
 #include <functional>
 #include <memory>
+#include <mutex>
+#include <thread>
 
 #include "Consent.h"
 
@@ -18,11 +22,34 @@ const int kWorkers = 4;
 class AsyncCall;
 using CallHandle = std::shared_ptr<AsyncCall>;
 
-void RunOnWorker(gpointer data, gpointer);
+// Up to kWorkers threads, made as calls wait for one, that take calls in
+// order. The threads live as long as the process.
+class WorkerPool {
+public:
+    void Push(CallHandle call) {
+        const std::lock_guard<std::mutex> lock(m_Lock);
+        m_Queue.push_back(std::move(call));
+        if (m_Queue.size() > m_Idle && m_Threads < kWorkers) {
+            ++m_Threads;
+            std::thread([this] { Serve(); }).detach();
+        } else {
+            m_Ready.notify_one();
+        }
+    }
 
-GThreadPool* Workers() {
-    static GThreadPool* pool = g_thread_pool_new(RunOnWorker, nullptr, kWorkers, FALSE, nullptr);
-    return pool;
+private:
+    void Serve();
+
+    std::mutex m_Lock;
+    std::condition_variable m_Ready;
+    std::deque<CallHandle> m_Queue;
+    size_t m_Idle = 0;
+    int m_Threads = 0;
+};
+
+WorkerPool& Workers() {
+    static auto* pool = new WorkerPool;  // never destroyed: its threads may still wait at exit
+    return *pool;
 }
 
 // One call: `work` on a worker, then `finish` exactly once on the context of
@@ -35,11 +62,12 @@ public:
 
     static void Start(unsigned int timeoutMs, Work work, Finish finish) {
         auto call = std::make_shared<AsyncCall>(std::move(work), std::move(finish));
+        call->m_UntilWorkDone = call;
         if (timeoutMs > 0) {
             call->m_Timer = g_timeout_source_new(timeoutMs);
             AttachWithCall(call->m_Timer, OnTimeout, call);
         }
-        g_thread_pool_push(Workers(), new CallHandle(call), nullptr);
+        Workers().Push(call);
     }
 
     AsyncCall(Work work, Finish finish)
@@ -49,15 +77,18 @@ public:
     AsyncCall& operator=(const AsyncCall&) = delete;
 
     // On a worker: does the work, then hands the end over to the context.
-    void RunWork(const CallHandle& self) {
+    // The hand-over lock orders the work's writes before the context's reads.
+    void RunWork() {
         try {
             m_Work();
         } catch (const std::exception& e) {
             CONSENT_LOG(DLOG_ERROR, "the call failed: %s", e.what());
         }
+        const std::lock_guard<std::mutex> lock(m_HandOver);
         GSource* done = g_idle_source_new();
         g_source_set_priority(done, G_PRIORITY_DEFAULT);
-        AttachWithCall(done, OnWorkDone, self);
+        g_source_set_callback(done, OnWorkDone, this, nullptr);  // m_UntilWorkDone keeps this alive
+        g_source_attach(done, m_Context);
         g_source_unref(done);
     }
 
@@ -76,7 +107,13 @@ private:
     }
 
     static gboolean OnWorkDone(gpointer data) {
-        (*static_cast<CallHandle*>(data))->End(CONSENT_CALL_COMPLETED);
+        auto* call = static_cast<AsyncCall*>(data);
+        CallHandle self;
+        {
+            const std::lock_guard<std::mutex> lock(call->m_HandOver);
+            self = std::move(call->m_UntilWorkDone);
+        }
+        self->End(CONSENT_CALL_COMPLETED);
         return G_SOURCE_REMOVE;
     }
 
@@ -93,15 +130,27 @@ private:
     }
 
     GMainContext* m_Context;
+    std::mutex m_HandOver;
+    CallHandle m_UntilWorkDone;  // the call's own reference until its end reached the context
     GSource* m_Timer = nullptr;
     bool m_Ended = false;
     Work m_Work;
     Finish m_Finish;
 };
 
-void RunOnWorker(gpointer data, gpointer) {
-    const std::unique_ptr<CallHandle> call(static_cast<CallHandle*>(data));
-    (*call)->RunWork(*call);
+void WorkerPool::Serve() {
+    std::unique_lock<std::mutex> lock(m_Lock);
+    for (;;) {
+        ++m_Idle;
+        m_Ready.wait(lock, [this] { return !m_Queue.empty(); });
+        --m_Idle;
+        CallHandle call = std::move(m_Queue.front());
+        m_Queue.pop_front();
+        lock.unlock();
+        call->RunWork();
+        call.reset();
+        lock.lock();
+    }
 }
 
 // Runs `work` on a worker and gives `deliver` its result, or a default one

@@ -334,6 +334,34 @@ def sim_section(r):
     return t
 
 
+def consent_section(r):
+    t = Table()
+    if "consent" not in r.entries:
+        t.plain("Consent library", "not measured: terms-service-sim was not built")
+        return t
+    lib = r.real("consent", "BM_Consent_Status")
+    calls = r.real("consent", "BM_Lib_StatusCalls")
+    t.ratio("`ConsentGetStatus`, requester 0 of the sample catalogue, vs the terms client calls it makes "
+            "(`IsServiceAvailable` + `GetDisclaimerDetails` + `GetRevisedDisclaimers`)", fmt_time(lib),
+            fmt_time(calls), lib / calls, 1.1, noise=r.noise("consent", ["BM_Consent_Status", "BM_Lib_StatusCalls"]))
+    event = r.value("consent", "BM_Consent_StoreChangeToEvent/manual_time", "latency_median_ns")
+    wakeup = r.value("consent", "BM_Bare_StoreChangeToInotifyWakeup/manual_time", "latency_median_ns")
+    met = event <= 5e6
+    t.plain("Store change to change event, median (goal: at most 5 ms), vs a bare inotify wakeup on the key's "
+            "directory", fmt_time(event), fmt_time(wakeup), f"{event / wakeup:.2f}", "≤ 5 ms",
+            "met" if met else "**missed**")
+    if not met:
+        t.missed.append("store change to event within 5 ms")
+    for lib_key, base_key, label in (
+            ("BM_Consent_IsServiceAvailableAsync", "BM_Lib_IsServiceAvailable",
+             "`ConsentIsServiceAvailableAsync` (worker, then main context) vs blocking `IsServiceAvailable`"),
+            ("BM_Consent_StatusAsync", "BM_Consent_Status", "`ConsentGetStatusAsync` vs blocking `ConsentGetStatus`")):
+        lib = r.real("consent", lib_key)
+        base = r.real("consent", base_key)
+        t.ratio(label, fmt_time(lib), fmt_time(base), lib / base, 1.1, noise=r.noise("consent", [lib_key, base_key]))
+    return t
+
+
 def extra_section(r):
     t = Table()
     if "client-logfile" in r.entries:
@@ -420,7 +448,8 @@ def main():
     memory = memory_section(r)
     sim = sim_section(r)
     extra = extra_section(r)
-    tables = [client, threads, store, toolkit, log, memory, sim]
+    consent = consent_section(r)
+    tables = [client, threads, store, toolkit, log, memory, sim, consent]
 
     out = []
     out.append("# Performance\n")
@@ -459,6 +488,7 @@ def main():
         ("Logging", log),
         ("Memory", memory),
         ("The simulated service", sim),
+        ("Consent library on the simulated service", consent),
         ("Extra rows", extra),
     ]
     for title, table in sections:

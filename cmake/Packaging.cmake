@@ -1,7 +1,8 @@
 # Debian packages from the build tree: `cpack -G DEB` in the build directory
 # (or `cpack --config <build>/CPackConfig.cmake`). One package per install
 # component:
-#   libcapi-veranti-service0      Runtime      the shared library and its Mono mapping
+#   libcapi-veranti-service0      Runtime      the shared library, its Mono mapping and the
+#                                              consent library beside it
 #   libcapi-veranti-service-dev   Development  headers, link, pkg-config and CMake files
 #   capi-veranti-service-tools    Tools        terms-cli, terms-service-sim with its
 #                                              catalogue, bus policy and systemd unit
@@ -57,7 +58,7 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ${VERANTI_DEB_RUNTIME})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "${system_runtime}${platform_dependency}")
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
-    "Client library of the terms-and-conditions service\n The shared library libcapi-veranti-service.so.0 with its C, C++ and C# interfaces and\n a small GDBus server toolkit, and the Mono mapping of its plain library name.")
+    "Client library of the terms-and-conditions service\n The shared library libcapi-veranti-service.so.0 with its C, C++ and C# interfaces and\n a small GDBus server toolkit, the Mono mapping of its plain library name, and the consent\n layer for applications, libveranti-consent.so.0.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME ${VERANTI_DEB_DEVELOPMENT})
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)

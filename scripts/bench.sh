@@ -127,6 +127,8 @@ if [ -n "$SIM" ]; then
   remember_process "$SIM_PID"
   wait_for_service "$SIM_PID" || fail "the simulated service did not start: $(cat "$WORK/sim.out")"
   run_bench bench-client sim "${REPEATED[@]}" --benchmark_filter='BM_Lib_GetDisclaimerDetail_Threads'
+  # The consent library on the sample catalogue; it watches the simulator's store.
+  VCONF_ROOT="$WORK/sim-store" run_bench bench-consent consent "${REPEATED[@]}"
   stop_remembered_process "$SIM_PID"
 else
   echo "bench: terms-service-sim was not built; its row is left out" >&2

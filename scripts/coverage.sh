@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Line coverage of src/, platform/ and tools/ by the suite: builds with gcc
+# Line coverage of src/, consent/, platform/ and tools/ by the suite: builds with gcc
 # and --coverage into build/coverage, runs the whole suite, and reports with
 # gcovr; fails when the line coverage is under the minimum (default 90 %).
 # scripts/test.sh runs it.
@@ -32,5 +32,5 @@ ctest --test-dir "$dir" --output-on-failure -j"$jobs" >"$dir/ctest.log" 2>&1 || 
 
 # (CMake's compiler checks leave coverage notes of their own; they are not the project's.)
 gcovr --root . --object-directory "$dir" --exclude-directories '.*/CMakeFiles/[0-9.]+' \
-  --filter 'src/' --filter 'platform/' --filter 'tools/' \
+  --filter 'src/' --filter 'consent/' --filter 'platform/' --filter 'tools/' \
   --output "$dir/coverage.txt" --print-summary --fail-under-line "$minimum"

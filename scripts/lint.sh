@@ -3,7 +3,7 @@
 # fails on either:
 #   - every C and C++ file of the tree (tracked, or new and not ignored) must
 #     be formatted as .clang-format says (clang-format --dry-run --Werror);
-#   - the sources of src/, platform/ and tools/ must be clean under
+#   - the sources of src/, consent/, platform/ and tools/ must be clean under
 #     .clang-tidy (every check a warning-as-error), read with the compile
 #     commands of a configured build (nothing is built).
 #
@@ -31,8 +31,8 @@ if ! clang-format --dry-run --Werror "${formatted[@]}"; then
     fail "files differ from .clang-format; run: clang-format -i <file>"
 fi
 
-mapfile -t linted < <(tree_files 'src/*.c' 'src/*.cpp' 'platform/*.c' 'platform/*.cpp' 'tools/*.c' 'tools/*.cpp')
-echo "== clang-tidy: ${#linted[@]} files of src/, platform/ and tools/ =="
+mapfile -t linted < <(tree_files 'src/*.c' 'src/*.cpp' 'consent/*.c' 'consent/*.cpp' 'platform/*.c' 'platform/*.cpp' 'tools/*.c' 'tools/*.cpp')
+echo "== clang-tidy: ${#linted[@]} files of src/, consent/, platform/ and tools/ =="
 cmake -S . -B "$build" -DCMAKE_EXPORT_COMPILE_COMMANDS=ON >/dev/null
 report="$build/clang-tidy.log"
 if ! printf '%s\n' "${linted[@]}" | xargs -P"$(nproc)" -n4 clang-tidy -p "$build" --quiet >"$report" 2>&1; then

@@ -256,7 +256,7 @@ TEST_F(TheTermsCli, SendsEachSubcommandsRequestAndExitsWithOneWhenRefusedAndThre
         {"agree first", R"({"method":"set one agreement","request_item":"first","is_agreed":true})"},
         {"disagree first --product-type HUB",
          R"({"method":"set one agreement","is_agreed":false,"product_type":"HUB"})"},
-        {"agree --all", R"({"method":"set all agreement","is_agreed":true,"product_type":"TV"})"},
+        {"agree --all", R"({"method":"get disclaimer number","requester":0,"product_type":"TV"})"},
         {R"(agree --json '{"first":"true","second":"false"}')", R"({"method":"set agreements","second":"false"})"},
         {"country set DE", R"({"method":"set country code","country_code":"DE","data":null})"},
         {"country list", R"({"method":"request country code list","data":null})"},
@@ -350,7 +350,7 @@ TEST_F(TheTermsCli, ExplainsRefusalsAndMistakesInPlainWords) {
         {"check --info", "failed with error code 3 and reason 4: no network."},
         {"list extra", R"(list takes no operands, so "extra" is one too many)"},
         {"show a b", R"(show takes only <id>, so "b" is one too many)"},
-        {"agree", "agree needs <id>... or --all or --json OBJECT"},
+        {"agree", "agree needs <id>... or --all or --none or --json OBJECT"},
         {"--timeout -1 status", "--timeout must be a whole number from 0 to 86400"},
     };
     for (const auto& [line, sentence] : kCases) {

@@ -180,19 +180,6 @@ Outcome Unreachable() {
     return outcome;
 }
 
-Outcome RunStatus(const Invocation&) {
-    const bool available = Client().IsServiceAvailable();
-    Json::Value data(Json::objectValue);
-    data["available"] = available;
-    data["service"] = kServiceName;
-    if (!available) {
-        Outcome outcome = Unreachable();
-        outcome.data = data;
-        return outcome;
-    }
-    return Done(std::string("The terms-client service (") + kServiceName + ") is available.\n", data);
-}
-
 Outcome RunList(const Invocation& invocation) {
     std::vector<STHomeDisclaimerContentItem*> records;
     Client().GetDisclaimerDetails(records, Requester(invocation), ProductType(invocation));

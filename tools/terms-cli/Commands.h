@@ -12,7 +12,6 @@ extern const char kServiceName[];
 // The outcome of a command whose service did not answer "is service available".
 Outcome Unreachable();
 
-Outcome RunStatus(const Invocation& invocation);
 Outcome RunList(const Invocation& invocation);
 Outcome RunShow(const Invocation& invocation);
 Outcome RunRevised(const Invocation& invocation);

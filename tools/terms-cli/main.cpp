@@ -14,6 +14,7 @@
 
 #include "Arguments.h"
 #include "Commands.h"
+#include "ConsentCommands.h"
 #include "Format.h"
 
 namespace termscli {
@@ -34,8 +35,15 @@ const char kDisagreeForms[] =
 // the bash completion all read this table.
 // clang-format off
 const std::vector<CommandSpec> kCommands = {
-    {"status", "", 0, 0, false, {}, "Tell whether the terms-client service is available.",
-     "Exits with 0 when it is and with 3 when it is not (or cannot be reached).", false, RunStatus},
+    {"status", "", 0, 0, false, {kRequester}, "Tell whether the user must be asked now, and what to show.",
+     "The overall value is required, not required, or obtained; the disclaimers to show are listed in order.\n"
+     "Exits with 0 when the service answered and with 3 when it is not available (status unknown).", false,
+     RunConsentStatus},
+    {"watch", "", 0, 0, false,
+     {{"--count", ValueKind::Integer, "N", "Stop after N events (default: run until interrupted).", 1, INT_MAX}},
+     "Print agreement changes as they happen.",
+     "One line per changed id (\"id: before -> after\"), or with --json one JSON object per event.", false,
+     RunWatch},
     {"list", "", 0, 0, false, {kRequester, kProductType}, "List the disclaimers of a requester as a table.",
      "Asks for the number of disclaimers, then for each one by position.", true, RunList},
     {"show", "<id>", 1, 1, false,
@@ -49,16 +57,18 @@ const std::vector<CommandSpec> kCommands = {
      {kProductType, {"--terms", ValueKind::Text, "T", "Terms selector passed to the service (default empty)."}},
      "Show the disclaimers that the service reports as revised.", "", true, RunRevised},
     {"agree", "<id>...", 1, -1, false,
-     {{"--all", ValueKind::Flag, nullptr, "Agree to every disclaimer.", 0, 0, true},
+     {{"--all", ValueKind::Flag, nullptr, "Agree to every disclaimer of the requester.", 0, 0, true},
+      {"--none", ValueKind::Flag, nullptr, "Withdraw every disclaimer of the requester.", 0, 0, true},
       {"--json", ValueKind::Object, "OBJECT",
        "Send this JSON object of agreements as it is, e.g. '{\"privacy\":\"true\"}'.", 0, 0, true},
-      kProductType},
+      kRequester, kProductType},
      "Agree to disclaimers.",
      "Several ids are sent one request each; the exit status is 1 when the service refuses any of them.\n"
-     "--all sends one request for every disclaimer; --json sends the object as the agreements.\n"
+     "--all and --none go through the requester's disclaimers in dependency order (dependencies first when\n"
+     "agreeing, dependants first when withdrawing), one request each; --json sends the object as the agreements.\n"
      "After \"agree\", --json takes the agreements object; to get JSON output as well, write the global\n"
      "--json before the command: terms-cli --json agree --json '{...}'.",
-     true, RunAgree},
+     true, RunConsentAgree},
     {"disagree", "<id>...", 1, -1, false,
      {{"--all", ValueKind::Flag, nullptr, "Disagree to every disclaimer.", 0, 0, true}, kProductType},
      "Withdraw the agreement to disclaimers.", kDisagreeForms, true, RunDisagree},

@@ -28,6 +28,28 @@ int vconf_unset(const char* in_key);
 /* 1 when the key is well formed, else 0. */
 int vconf_key_is_valid(const char* in_key);
 
+/* Change notification.
+ *
+ * vconf_watch_add calls `callback` with the key after its value was replaced
+ * or removed, by this process or any other (vconf_set_str, vconf_unset, a
+ * rename into place). Calls run on the thread-default GLib main context of
+ * the thread that added the watch, so that thread (or whichever runs that
+ * context) must iterate it. Changes that arrive together may be reported by
+ * one call, and a call may come when the value ended up as it was: read the
+ * value in the callback and compare. The key's directories need not exist:
+ * the watch follows them as they are made and removed. Returns a watch id
+ * (never 0), or 0 with errno: EINVAL for a bad key or a null callback, others
+ * from the kernel's file notification (EMFILE, ENOSPC when its limits are
+ * reached). Each watch holds one file descriptor until it is removed. */
+typedef void (*vconf_watch_cb)(const char* in_key, void* user_data);
+unsigned int vconf_watch_add(const char* in_key, vconf_watch_cb callback, void* user_data);
+
+/* Ends a watch. Called on the thread that iterates the watch's context (the
+ * callback itself may call it), no call follows; from another thread, a call
+ * already under way may still finish. 0, or -1 with EINVAL for an id that is
+ * not a current watch. */
+int vconf_watch_remove(unsigned int watch_id);
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,0 +1,484 @@
+// The consent library against the simulated terms service on the private bus:
+// status, accept-all and reject-all in dependency order, change events from
+// every kind of writer, and asynchronous calls with time limits.
+#include <VerantiAPI.h>
+#include <gtest/gtest.h>
+#include <json/json.h>
+#include <sys/wait.h>
+#include <vconf.h>
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "ConsentTestSupport.h"
+#include "TempStore.h"
+#include "VerantiConsent.h"
+#include "VerantiConsent.hpp"
+
+namespace {
+
+using namespace veranti;
+using consenttest::IterateFor;
+using consenttest::IterateUntil;
+using Outcomes = std::vector<std::pair<std::string, ConsentItemOutcome>>;
+
+// AA: requester 0 lists a dependant before its dependency, a notice and a free
+// item; 1 only a notice; 2 a cycle, an item that depends on it and a free
+// item; 3 an item whose dependency it does not list; 4 a revised item.
+const char kCatalogue[] = R"json({
+  "default_country": "AA",
+  "disclaimers": {
+    "base": {"title": "Base"}, "child": {"title": "Child", "agree_dependency": "base"},
+    "note": {"title": "Note", "only_notice": true}, "loose": {"title": "Loose", "details": [{"title": "S", "data": "D"}]},
+    "cyc1": {"title": "C1", "agree_dependency": "cyc2"}, "cyc2": {"title": "C2", "agree_dependency": "cyc1"},
+    "tail": {"title": "Tail", "agree_dependency": "cyc1"},
+    "outside": {"title": "Outside"}, "ext": {"title": "Ext", "agree_dependency": "outside"},
+    "rev": {"title": "Revised"}, "newcomer": {"title": "Newcomer"}
+  },
+  "countries": {
+    "AA": {"disclaimers": ["base", "child", "note", "loose", "cyc1", "cyc2", "tail", "outside", "ext", "rev"],
+           "requesters": {"0": ["child", "base", "note", "loose"], "1": ["note"], "2": ["cyc1", "tail", "cyc2", "base"],
+                          "3": ["ext"], "4": ["rev", "base"]},
+           "revised": ["rev"]},
+    "BB": {"disclaimers": ["base", "newcomer"]}
+  }
+})json";
+
+Json::Value ParseJson(const std::string& text) {
+    Json::Value value;
+    std::istringstream stream(text);
+    EXPECT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), stream, &value, nullptr)) << text;
+    return value;
+}
+
+std::string CompactJson(const Json::Value& value) {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    return Json::writeString(builder, value);
+}
+
+Outcomes OutcomesOf(const consent::Batch& batch) {
+    Outcomes outcomes;
+    for (const auto& item : batch.items) outcomes.emplace_back(item.id, item.outcome);
+    return outcomes;
+}
+
+int Agreement(const std::string& id) {
+    int agreed = 0;
+    CVerantiAPI::GetInstance()->GetDisclaimerItemAgreement(id, &agreed, "TV");
+    return agreed;
+}
+
+class AConsentClient : public testing::Test {
+protected:
+    void Serve(const std::string& catalogue, const std::vector<std::string>& extra = {}) {
+        m_Service.reset();  // one service owns the bus name at a time
+        m_Service = std::make_unique<consenttest::SimulatedService>(catalogue, extra);
+        ASSERT_TRUE(m_Service->Serving());
+    }
+    void SetUp() override { Serve(kCatalogue); }
+
+    testbed::TempStore m_Store;
+    std::unique_ptr<consenttest::SimulatedService> m_Service;
+};
+
+TEST_F(AConsentClient, TellsEachOfTheFourStatusValuesWithWhatMustBeShownInDisplayOrder) {
+    const struct {
+        const char* situation;
+        TermsRequester requester;
+        std::function<void()> before;
+        ConsentStatusValue value;
+        std::vector<std::string> mustShow;
+    } kCases[] = {
+        {"nothing agreed", TERMS_REQUESTER_0, [] {}, CONSENT_STATUS_REQUIRED, {"child", "base", "loose"}},
+        {"only a notice", TERMS_REQUESTER_1, [] {}, CONSENT_STATUS_NOT_REQUIRED, {}},
+        {"everything agreed",
+         TERMS_REQUESTER_0,
+         [] { consent::AcceptAll(TERMS_REQUESTER_0); },
+         CONSENT_STATUS_OBTAINED,
+         {}},
+        {"agreed but revised",
+         TERMS_REQUESTER_OTHER,
+         [] { consent::AcceptAll(TERMS_REQUESTER_OTHER); },
+         CONSENT_STATUS_REQUIRED,
+         {"rev"}},
+        {"service gone", TERMS_REQUESTER_0, [this] { m_Service->Stop(); }, CONSENT_STATUS_UNKNOWN, {}},
+    };
+    for (const auto& c : kCases) {
+        c.before();
+        const consent::Status status = consent::GetStatus(c.requester);
+        EXPECT_EQ(status.value, c.value) << c.situation << ": " << ConsentStatusName(status.value);
+        EXPECT_EQ(status.mustShow, c.mustShow) << c.situation;
+    }
+    EXPECT_STREQ(ConsentStatusName(CONSENT_STATUS_NOT_REQUIRED), "not required");
+    EXPECT_STREQ(ConsentStatusName(static_cast<ConsentStatusValue>(9)), "invalid");
+    EXPECT_EQ(ConsentGetStatus(TERMS_REQUESTER_0, nullptr), CONSENT_STATUS_UNKNOWN) << "no status to fill";
+    ConsentStatusClear(nullptr);
+    ConsentBatchClear(nullptr);
+}
+
+TEST_F(AConsentClient, AgreesDependenciesFirstAndWithdrawsDependantsFirst) {
+    const consent::Batch accepted = consent::AcceptAll(TERMS_REQUESTER_0);
+    EXPECT_TRUE(accepted.allDone);
+    EXPECT_EQ(OutcomesOf(accepted), (Outcomes{{"base", CONSENT_ITEM_DONE},
+                                              {"child", CONSENT_ITEM_DONE},
+                                              {"note", CONSENT_ITEM_NOTICE},
+                                              {"loose", CONSENT_ITEM_DONE}}));
+    EXPECT_EQ(Agreement("base") + Agreement("child") + Agreement("loose"), 3);
+
+    const consent::Batch rejected = consent::RejectAll(TERMS_REQUESTER_0);
+    EXPECT_TRUE(rejected.allDone);
+    EXPECT_EQ(OutcomesOf(rejected), (Outcomes{{"loose", CONSENT_ITEM_DONE},
+                                              {"note", CONSENT_ITEM_NOTICE},
+                                              {"child", CONSENT_ITEM_DONE},
+                                              {"base", CONSENT_ITEM_DONE}}));
+    EXPECT_EQ(Agreement("base") + Agreement("child") + Agreement("loose"), 0);
+}
+
+TEST_F(AConsentClient, ReportsACycleAndWhatDependsOnItWithoutSendingThem) {
+    for (const bool agree : {true, false}) {
+        ConsentBatch batch;
+        const int allDone = (agree ? ConsentAcceptAll : ConsentRejectAll)(TERMS_REQUESTER_2, &batch);
+        EXPECT_EQ(allDone, 0);
+        std::map<std::string, ConsentItemOutcome> outcomes;
+        for (int i = 0; i < batch.count; ++i) outcomes[batch.items[i].id] = batch.items[i].outcome;
+        ConsentBatchClear(&batch);
+        EXPECT_EQ(outcomes, (std::map<std::string, ConsentItemOutcome>{
+                                {"cyc1", CONSENT_ITEM_CYCLE},
+                                {"cyc2", CONSENT_ITEM_CYCLE},
+                                {"tail", agree ? CONSENT_ITEM_DEPENDENCY_FAILED : CONSENT_ITEM_DONE},
+                                {"base", CONSENT_ITEM_DONE}}))
+            << (agree ? "accept" : "reject");
+        EXPECT_EQ(Agreement("base"), agree ? 1 : 0);
+        EXPECT_EQ(Agreement("tail") + Agreement("cyc1") + Agreement("cyc2"), 0);
+    }
+    EXPECT_STREQ(ConsentItemOutcomeName(CONSENT_ITEM_CYCLE), "cycle");
+}
+
+TEST_F(AConsentClient, AgreesToAnItemWhoseUnlistedDependencyIsOnlyOnceThatIsAgreed) {
+    EXPECT_EQ(OutcomesOf(consent::AcceptAll(TERMS_REQUESTER_3)), (Outcomes{{"ext", CONSENT_ITEM_MISSING_DEPENDENCY}}));
+    ASSERT_TRUE(CVerantiAPI::GetInstance()->SetDisclaimerItemAgreement("outside", 1, "TV"));
+    EXPECT_EQ(OutcomesOf(consent::AcceptAll(TERMS_REQUESTER_3)), (Outcomes{{"ext", CONSENT_ITEM_DONE}}));
+}
+
+TEST_F(AConsentClient, ReportsEachRefusalAndDoesNotSendWhatDependsOnARefusedItem) {
+    Serve(kCatalogue, {"--fail=set one agreement=refuse"});
+    const consent::Batch batch = consent::AcceptAll(TERMS_REQUESTER_0);
+    EXPECT_FALSE(batch.allDone);
+    EXPECT_EQ(OutcomesOf(batch), (Outcomes{{"base", CONSENT_ITEM_REFUSED},
+                                           {"child", CONSENT_ITEM_DEPENDENCY_FAILED},
+                                           {"note", CONSENT_ITEM_NOTICE},
+                                           {"loose", CONSENT_ITEM_REFUSED}}));
+    m_Service->Stop();
+    ConsentBatch empty{5, nullptr};
+    EXPECT_EQ(ConsentAcceptAll(TERMS_REQUESTER_0, &empty), 0);
+    EXPECT_EQ(empty.count, 0) << "an unreachable service: nothing to report per item";
+}
+
+TEST_F(AConsentClient, FollowsTheSampleCataloguesDependencies) {
+    Serve(consenttest::SampleCatalogue());
+    // Requester 3 lists voice before privacy, on which it depends.
+    EXPECT_EQ(OutcomesOf(consent::AcceptAll(TERMS_REQUESTER_3)),
+              (Outcomes{{"privacy", CONSENT_ITEM_DONE}, {"voice", CONSENT_ITEM_DONE}}));
+    EXPECT_EQ(OutcomesOf(consent::RejectAll(TERMS_REQUESTER_0)), (Outcomes{{"ads", CONSENT_ITEM_DONE},
+                                                                           {"voice", CONSENT_ITEM_DONE},
+                                                                           {"viewing", CONSENT_ITEM_DONE},
+                                                                           {"privacy", CONSENT_ITEM_DONE},
+                                                                           {"terms", CONSENT_ITEM_DONE}}));
+    EXPECT_EQ(Agreement("voice") + Agreement("privacy"), 0);
+}
+
+// Collects every change event of one registration.
+class AChangeListener : public AConsentClient {
+protected:
+    void SetUp() override {
+        AConsentClient::SetUp();
+        m_Id = ConsentAddChangeCallback(&AChangeListener::OnChanges, this);
+        ASSERT_NE(m_Id, 0u);
+    }
+    void TearDown() override {
+        if (m_Id != 0) {
+            EXPECT_EQ(ConsentRemoveChangeCallback(m_Id), 1);
+        }
+    }
+
+    static void OnChanges(const ConsentChange* changes, int count, void* data) {
+        auto* self = static_cast<AChangeListener*>(data);
+        ++self->m_Events;
+        for (int i = 0; i < count; ++i) {
+            const auto [entry, first] = self->m_Values.try_emplace(changes[i].id, changes[i].before, changes[i].after);
+            if (!first) entry->second.second = changes[i].after;
+        }
+    }
+
+    // Runs the main context until `id` was reported with `after`; the first
+    // reported "before" of the id is then `before`.
+    bool Reports(const std::string& id, ConsentAgreement before, ConsentAgreement after) {
+        const bool seen = IterateUntil([&] { return m_Values.count(id) && m_Values[id].second == after; });
+        return seen && m_Values[id].first == before;
+    }
+
+    unsigned int m_Id = 0;
+    int m_Events = 0;
+    // id -> (the first "before" reported, the latest "after")
+    std::map<std::string, std::pair<ConsentAgreement, ConsentAgreement>> m_Values;
+};
+
+TEST_F(AChangeListener, HearsEveryKindOfWriterWithTheValuesBeforeAndAfter) {
+    const struct {
+        const char* writer;
+        std::function<void()> change;
+        const char* id;
+        ConsentAgreement before, after;
+    } kWriters[] = {
+        {"this process", [] { CVerantiAPI::GetInstance()->SetDisclaimerItemAgreement("base", 1, "TV"); }, "base",
+         CONSENT_AGREEMENT_NO, CONSENT_AGREEMENT_YES},
+        {"the command-line tool", [] { EXPECT_EQ(system(TERMS_CLI_PATH " agree loose"), 0); }, "loose",
+         CONSENT_AGREEMENT_NO, CONSENT_AGREEMENT_YES},
+        {"the store tool",
+         [] {
+             char* text = vconf_get_str("db/veranti/disclaimeragrees");
+             Json::Value object = ParseJson(text ? text : "");
+             free(text);
+             object["child"] = "true";
+             EXPECT_EQ(consenttest::RunVconftool({"set", "db/veranti/disclaimeragrees", CompactJson(object)}), 0);
+         },
+         "child", CONSENT_AGREEMENT_NO, CONSENT_AGREEMENT_YES},
+        {"the service, for a new country", [] { CVerantiAPI::GetInstance()->SetCountryCode("BB"); }, "newcomer",
+         CONSENT_AGREEMENT_ABSENT, CONSENT_AGREEMENT_NO},
+    };
+    for (const auto& w : kWriters) {
+        w.change();
+        EXPECT_TRUE(Reports(w.id, w.before, w.after)) << w.writer;
+    }
+}
+
+TEST_F(AChangeListener, LosesNoneOfAThousandQuickChanges) {
+    Json::Value object(Json::objectValue);
+    for (int i = 0; i < 1000; ++i) {
+        object["k" + std::to_string(i)] = "true";
+        ASSERT_EQ(vconf_set_str("db/veranti/disclaimeragrees", CompactJson(object).c_str()), 0);
+    }
+    const auto agreedAndNew = [this] {
+        return std::count_if(m_Values.begin(), m_Values.end(), [](const auto& entry) {
+            return entry.first[0] == 'k' &&
+                   entry.second == std::make_pair(CONSENT_AGREEMENT_ABSENT, CONSENT_AGREEMENT_YES);
+        });
+    };
+    EXPECT_TRUE(IterateUntil([&] { return agreedAndNew() == 1000; })) << agreedAndNew();
+    EXPECT_LT(m_Events, 1000) << "changes close together come in one event";
+}
+
+TEST_F(AChangeListener, IsSilentOnceRemovedAlsoFromItsOwnCallback) {
+    struct SelfRemoving {
+        unsigned int id = 0;
+        int calls = 0;
+    } other;
+    other.id = ConsentAddChangeCallback(
+        [](const ConsentChange*, int, void* data) {
+            auto* self = static_cast<SelfRemoving*>(data);
+            ++self->calls;
+            EXPECT_EQ(ConsentRemoveChangeCallback(self->id), 1);
+        },
+        &other);
+    ASSERT_NE(other.id, 0u);
+    consent::AcceptAll(TERMS_REQUESTER_0);
+    ASSERT_TRUE(Reports("loose", CONSENT_AGREEMENT_NO, CONSENT_AGREEMENT_YES));
+    consent::RejectAll(TERMS_REQUESTER_0);
+    ASSERT_TRUE(Reports("loose", CONSENT_AGREEMENT_NO, CONSENT_AGREEMENT_NO));
+    EXPECT_EQ(other.calls, 1);
+    EXPECT_EQ(ConsentRemoveChangeCallback(other.id), 0) << "not twice";
+    EXPECT_EQ(ConsentAddChangeCallback(nullptr, nullptr), 0u);
+}
+
+TEST_F(AChangeListener, ReachesCppSubscribersUntilTheirSubscriptionEnds) {
+    std::vector<consent::Change> seen;
+    {
+        const consent::ChangeSubscription subscription([&](const std::vector<consent::Change>& changes) {
+            seen.insert(seen.end(), changes.begin(), changes.end());
+        });
+        ASSERT_TRUE(subscription.Active());
+        consent::AcceptAll(TERMS_REQUESTER_0);
+        ASSERT_TRUE(IterateUntil([&] { return seen.size() >= 3; }));
+    }
+    const size_t count = seen.size();
+    consent::RejectAll(TERMS_REQUESTER_0);
+    ASSERT_TRUE(Reports("base", CONSENT_AGREEMENT_NO, CONSENT_AGREEMENT_NO));
+    EXPECT_EQ(seen.size(), count);
+    EXPECT_EQ(seen.front().id, "base");
+}
+
+// The asynchronous calls, against a service that answers and one that keeps silent.
+class AnAsynchronousCall : public AConsentClient {
+protected:
+    static constexpr unsigned kLimitMs = 300;
+};
+
+TEST_F(AnAsynchronousCall, BringsTheBlockingCallsResultBackOnTheCallersContext) {
+    // Every slot is -1 until its call ends.
+    std::map<std::string, int> values{{"available", -1}, {"set", -1}, {"set unknown", -1}, {"status", -1}};
+    std::string title;
+    int listed = -1;
+    const auto keep = [](ConsentCallResult result, int value, void* slot) {
+        *static_cast<int*>(slot) = result == CONSENT_CALL_COMPLETED ? value : -2;
+    };
+    const auto allEnded = [&] {
+        return std::none_of(values.begin(), values.end(), [](const auto& entry) { return entry.second == -1; });
+    };
+    ConsentIsServiceAvailableAsync(0, keep, &values["available"]);
+    ConsentSetAgreementAsync("loose", 1, 5000, keep, &values["set"]);
+    ConsentSetAgreementAsync("nope", 1, 5000, keep, &values["set unknown"]);
+    ConsentGetDetailAsync(
+        "loose", 5000,
+        [](ConsentCallResult, const TermsContentItem* item, void* text) {
+            *static_cast<std::string*>(text) = item ? std::string(item->strTitle) + "/" + item->ppDetailData[0] : "-";
+        },
+        &title);
+    ConsentGetAllDetailsAsync(
+        TERMS_REQUESTER_0, 5000,
+        [](ConsentCallResult, const TermsContentItem* const*, int count, void* slot) {
+            *static_cast<int*>(slot) = count;
+        },
+        &listed);
+    consent::GetStatusAsync(TERMS_REQUESTER_1, consent::Milliseconds(5000),
+                            [&](ConsentCallResult result, const consent::Status& status) {
+                                values["status"] = result == CONSENT_CALL_COMPLETED ? status.value : -2;
+                            });
+    ASSERT_TRUE(IterateUntil([&] { return allEnded() && listed >= 0 && !title.empty(); }));
+    values["agreed"] = -1;
+    ConsentGetAgreementAsync("loose", 5000, keep, &values["agreed"]);
+    ASSERT_TRUE(IterateUntil(allEnded));
+    EXPECT_EQ(
+        values,
+        (std::map<std::string, int>{
+            {"available", 1}, {"set", 1}, {"set unknown", 0}, {"status", CONSENT_STATUS_NOT_REQUIRED}, {"agreed", 1}}));
+    EXPECT_EQ(title, "Loose/S");
+    EXPECT_EQ(listed, 4);
+}
+
+TEST_F(AnAsynchronousCall, EndsAtItsTimeLimitWhileTheMainLoopRunsOnWhenTheServiceKeepsSilent) {
+    Serve(kCatalogue, {"--fail=*=silent"});
+    int ticks = 0;
+    const guint ticker = g_timeout_add(
+        10,
+        [](gpointer count) {
+            ++*static_cast<int*>(count);
+            return gboolean(G_SOURCE_CONTINUE);
+        },
+        &ticks);
+    std::vector<ConsentCallResult> ends;
+    const auto start = std::chrono::steady_clock::now();
+    consent::GetStatusAsync(TERMS_REQUESTER_0, consent::Milliseconds(kLimitMs),
+                            [&](ConsentCallResult result, const consent::Status& status) {
+                                ends.push_back(result);
+                                EXPECT_EQ(status.value, CONSENT_STATUS_UNKNOWN);
+                            });
+    consent::AcceptAllAsync(TERMS_REQUESTER_0, consent::Milliseconds(kLimitMs),
+                            [&](ConsentCallResult result, const consent::Batch& batch) {
+                                ends.push_back(result);
+                                EXPECT_TRUE(batch.items.empty() && !batch.allDone);
+                            });
+    consent::SetAgreementAsync("base", true, consent::Milliseconds(kLimitMs), [&](ConsentCallResult result, int value) {
+        ends.push_back(result);
+        EXPECT_EQ(value, 0);
+    });
+    ConsentGetDetailAsync(
+        "base", kLimitMs,
+        [](ConsentCallResult result, const TermsContentItem* item, void* list) {
+            static_cast<std::vector<ConsentCallResult>*>(list)->push_back(result);
+            EXPECT_EQ(item, nullptr);
+        },
+        &ends);
+    consent::IsServiceAvailableAsync(consent::Milliseconds(kLimitMs),
+                                     [&](ConsentCallResult result, int) { ends.push_back(result); });
+    ASSERT_TRUE(IterateUntil([&] { return ends.size() == 5; }));
+    const auto waited = std::chrono::steady_clock::now() - start;
+    EXPECT_EQ(ends, std::vector<ConsentCallResult>(5, CONSENT_CALL_TIMED_OUT));
+    EXPECT_GE(waited, std::chrono::milliseconds(kLimitMs));
+    EXPECT_GT(ticks, 5) << "the main loop kept running while the workers waited";
+    // The service gives up; the late results of the blocked workers are dropped.
+    m_Service->Stop();
+    IterateFor(300);
+    EXPECT_EQ(ends.size(), 5u);
+    g_source_remove(ticker);
+}
+
+}  // namespace
+
+namespace {
+
+struct CliRun {
+    int status = -1;
+    std::string out, err;
+};
+
+// Runs terms-cli with the arguments in `line`, quoted as in a shell.
+CliRun Cli(const std::string& line) {
+    g_autofree gchar *out = nullptr, *err = nullptr;
+    gint wait = 0;
+    EXPECT_TRUE(g_spawn_command_line_sync((TERMS_CLI_PATH " " + line).c_str(), &out, &err, &wait, nullptr)) << line;
+    return CliRun{WIFEXITED(wait) ? WEXITSTATUS(wait) : -1, out ? out : "", err ? err : ""};
+}
+
+using TheTermsCliConsentCommands = AConsentClient;
+
+TEST_F(TheTermsCliConsentCommands, TellTheStatusAndAgreeOrWithdrawEverythingInDependencyOrder) {
+    const struct {
+        const char* line;
+        int status;
+        const char* out;  // a part of stdout
+    } kRuns[] = {
+        {"status", 0, "Consent for requester 0: required\nTo show, in order: child, base, loose\n"},
+        {"--json status --requester 1", 0, R"("status" : "not required")"},
+        {"agree --all", 0, "ID     RESULT\nbase   done\nchild  done\nnote   notice\nloose  done\n"},
+        {"status", 0, "Consent for requester 0: obtained\n"},
+        {"agree --none", 0, "loose  done\nnote   notice\nchild  done\nbase   done\n"},
+        {"--json agree --all --requester 2", 1, R"("outcome" : "dependency failed")"},
+        {"agree --none --requester 2", 1, "tail  done\ncyc1  cycle\n"},
+    };
+    for (const auto& run : kRuns) {
+        const CliRun done = Cli(run.line);
+        EXPECT_EQ(done.status, run.status) << run.line << ": " << done.err;
+        EXPECT_NE(done.out.find(run.out), std::string::npos) << run.line << ":\n" << done.out;
+    }
+    EXPECT_NE(Cli("agree --none --requester 2").err.find("could not withdraw cyc1, cyc2"), std::string::npos);
+    m_Service->Stop();
+    const CliRun unknown = Cli("--json status");
+    EXPECT_EQ(unknown.status, 3);
+    EXPECT_NE(unknown.out.find(R"("status" : "unknown")"), std::string::npos) << unknown.out;
+}
+
+TEST_F(TheTermsCliConsentCommands, WatchPrintsEachChangeAsItHappensAsTextOrJson) {
+    const struct {
+        const char* args;
+        const char* out;
+    } kForms[] = {
+        {"watch --count 1", "base: no -> yes\n"},
+        {"--json watch --count 1", R"({"changes":[{"after":"no","before":"yes","id":"base"}]})"},
+    };
+    bool agreed = false;
+    for (const auto& form : kForms) {
+        const std::string command = std::string(TERMS_CLI_PATH) + " " + form.args;
+        g_auto(GStrv) argv = g_strsplit(command.c_str(), " ", -1);
+        g_autoptr(GSubprocess) watcher = g_subprocess_newv(
+            argv, GSubprocessFlags(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_PIPE), nullptr);
+        ASSERT_NE(watcher, nullptr);
+        g_autoptr(GDataInputStream) err = g_data_input_stream_new(g_subprocess_get_stderr_pipe(watcher));
+        g_autofree gchar* ready = g_data_input_stream_read_line(err, nullptr, nullptr, nullptr);
+        ASSERT_NE(ready, nullptr);
+        agreed = !agreed;
+        ASSERT_TRUE(CVerantiAPI::GetInstance()->SetDisclaimerItemAgreement("base", agreed ? 1 : 0, "TV"));
+        g_autofree gchar* out = nullptr;
+        ASSERT_TRUE(g_subprocess_communicate_utf8(watcher, nullptr, nullptr, &out, nullptr, nullptr));
+        EXPECT_TRUE(g_subprocess_get_if_exited(watcher) && g_subprocess_get_exit_status(watcher) == 0);
+        EXPECT_NE(std::string(out).find(form.out), std::string::npos) << form.args << ":\n" << out;
+    }
+}
+
+}  // namespace

@@ -154,16 +154,18 @@ namespace Veranti
         public static ConsentBatch AcceptAll(int requester)
         {
             var native = new NativeBatch();
-            int allDone = ConsentAcceptAll(requester, ref native);
-            ConsentBatch batch = ReadBatch(allDone, native);
-            ConsentBatchClear(ref native);
-            return batch;
+            return TakeBatch(ConsentAcceptAll(requester, ref native), ref native);
         }
 
         public static ConsentBatch RejectAll(int requester)
         {
             var native = new NativeBatch();
-            int allDone = ConsentRejectAll(requester, ref native);
+            return TakeBatch(ConsentRejectAll(requester, ref native), ref native);
+        }
+
+        // Copies a batch the library filled and releases the native one.
+        static ConsentBatch TakeBatch(int allDone, ref NativeBatch native)
+        {
             ConsentBatch batch = ReadBatch(allDone, native);
             ConsentBatchClear(ref native);
             return batch;

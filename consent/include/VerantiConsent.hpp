@@ -75,6 +75,15 @@ Function Take(void* data) {
     return function;
 }
 
+// Runs ConsentAcceptAll or ConsentRejectAll and copies its outcome.
+inline Batch RunBatch(int (*run)(TermsRequester, ConsentBatch*), TermsRequester requester) {
+    ConsentBatch batch;
+    const int allDone = run(requester, &batch);
+    Batch copy = ToBatch(allDone, batch);
+    ConsentBatchClear(&batch);
+    return copy;
+}
+
 }  // namespace detail
 
 inline Status GetStatus(TermsRequester requester) {
@@ -86,19 +95,11 @@ inline Status GetStatus(TermsRequester requester) {
 }
 
 inline Batch AcceptAll(TermsRequester requester) {
-    ConsentBatch batch;
-    const int allDone = ConsentAcceptAll(requester, &batch);
-    Batch copy = detail::ToBatch(allDone, batch);
-    ConsentBatchClear(&batch);
-    return copy;
+    return detail::RunBatch(ConsentAcceptAll, requester);
 }
 
 inline Batch RejectAll(TermsRequester requester) {
-    ConsentBatch batch;
-    const int allDone = ConsentRejectAll(requester, &batch);
-    Batch copy = detail::ToBatch(allDone, batch);
-    ConsentBatchClear(&batch);
-    return copy;
+    return detail::RunBatch(ConsentRejectAll, requester);
 }
 
 // Calls its function with every batch of agreement changes while it lives.

@@ -47,15 +47,9 @@ if command -v systemd-analyze >/dev/null; then
   systemd-analyze security --offline=true --threshold=10 --no-pager "$unit" | tail -n 1
 fi
 
+"$consumer/run.sh" "$work/root/usr" "$work"
 libdir=$(dirname "$(find "$work/root/usr/lib" -name 'libcapi-veranti-service.so.0' | head -n 1)")
 export LD_LIBRARY_PATH=$libdir DLOG_OUTPUT=none
-export PKG_CONFIG_PATH=$libdir/pkgconfig
-cc -std=c99 -Wall -Wextra -Werror "$consumer/consumer.c" -o "$work/consumer-c" \
-  $(pkg-config --cflags --libs capi-veranti-service)
-"$work/consumer-c"
-cmake -S "$consumer" -B "$work/cxx" -DCMAKE_PREFIX_PATH="$work/root/usr" >/dev/null
-cmake --build "$work/cxx" >/dev/null
-"$work/cxx/consumer"
 "$work/root/usr/bin/terms-cli" --version
 "$work/root/usr/bin/terms-service-sim" --version
 "$work/root/usr/bin/vconftool" --version

@@ -38,7 +38,7 @@ tests/packaging/check.sh build/ci
 echo "== Build and test with AddressSanitizer + UndefinedBehaviorSanitizer =="
 run_suite build/ci-asan -DCMAKE_BUILD_TYPE=Debug -DVERANTI_ASAN=ON -DVERANTI_UBSAN=ON
 
-echo "== Line coverage of src/, platform/ and tools/ =="
+echo "== Line coverage of src/, consent/, platform/ and tools/ =="
 ./scripts/coverage.sh 90
 
 echo "== Reliability: fuzzers, ThreadSanitizer, soak =="

@@ -1,7 +1,9 @@
 /* Host stand-in for the platform configuration store: one file per key.
  *
- * Every access opens the key's directories one at a time beneath the root,
- * never following a symbolic link (O_NOFOLLOW per segment), so no key reaches
+ * Every access opens the key's directory beneath the root without following
+ * any symbolic link (openat2 with RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS, or
+ * one segment at a time with O_NOFOLLOW where openat2 is missing or a
+ * directory must be made) and its file with O_NOFOLLOW, so no key reaches
  * outside the root: a link anywhere in a key fails with ELOOP, a file where a
  * directory is needed with ENOTDIR.
  *
@@ -18,11 +20,13 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <linux/openat2.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -154,16 +158,56 @@ static int open_directory_beneath(int dir, const char* name, int create) {
     return open_directory_at(dir, name);
 }
 
-/* The directory made of the key's first `depth` segments, below the root. */
-static int open_key_directory(const char* key, size_t depth, int create) {
+/* The directory made of the key's first `depth` segments, opened one
+ * segment at a time (see open_directory_beneath). */
+static int walk_to_key_directory(int root, const char* key, size_t depth, int create) {
     char name[PATH_MAX];
-    int dir = open_root(create);
+    int dir = root;
     for (size_t index = 0; dir >= 0 && index < depth; ++index) {
         copy_segment(key, index, name);
         int next = open_directory_beneath(dir, name, create);
-        close_keeping_errno(dir);
+        if (dir != root) close_keeping_errno(dir);
         dir = next;
     }
+    return dir;
+}
+
+/* `path` opened beneath `root` in one call where the kernel has openat2
+ * (Linux 5.6), never leaving `root` nor following any link (ELOOP). ENOSYS
+ * where it has not, or where a sandbox forbids it (EPERM). */
+static int open_beneath(int root, const char* path, int flags) {
+#ifdef SYS_openat2
+    struct open_how how = {.flags = (unsigned long long)flags, .resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS};
+    int fd = (int)syscall(SYS_openat2, root, path, &how, sizeof how);
+    if (fd < 0 && errno == EPERM) errno = ENOSYS;
+    return fd;
+#else
+    (void)root, (void)path, (void)flags;
+    errno = ENOSYS;
+    return -1;
+#endif
+}
+
+/* The key's first `depth` segments as a path. */
+static void copy_prefix(const char* key, size_t depth, char prefix[PATH_MAX]) {
+    const char* end = key;
+    for (size_t index = 0; index < depth; ++index) end = strchr(end, '/') + 1;
+    size_t length = (size_t)(end - key) - 1;
+    memcpy(prefix, key, length);
+    prefix[length] = '\0';
+}
+
+/* The directory made of the key's first `depth` segments, below the root and
+ * never through a link; missing directories are made when `create` is set. */
+static int open_key_directory(const char* key, size_t depth, int create) {
+    int root = open_root(create);
+    if (root < 0 || depth == 0) return root;
+    char prefix[PATH_MAX];
+    copy_prefix(key, depth, prefix);
+    int dir = open_beneath(root, prefix, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dir < 0 && (errno == ENOSYS || (errno == ENOENT && create)))
+        dir = walk_to_key_directory(root, key, depth, create);
+    close_keeping_errno(root);
     return dir;
 }
 
@@ -203,13 +247,25 @@ static char* read_value(int fd) {
     return read_all(fd, (size_t)info.st_size);
 }
 
+/* The key's file, opened for reading beneath the root (see open_beneath). */
+static int open_key_file(const char* key) {
+    int root = open_root(0);
+    if (root < 0) return -1;
+    /* O_NONBLOCK: a FIFO placed in the store must not hang the reader. */
+    const int flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    int fd = open_beneath(root, key, flags);
+    if (fd < 0 && errno == ENOSYS) {
+        int dir = walk_to_key_directory(root, key, directory_depth(key), 0);
+        fd = dir < 0 ? -1 : openat(dir, leaf_name(key), flags);
+        if (dir >= 0 && dir != root) close_keeping_errno(dir);
+    }
+    close_keeping_errno(root);
+    return fd;
+}
+
 VCONF_EXPORT char* vconf_get_str(const char* in_key) {
     if (check_key(in_key) != 0) return NULL;
-    int dir = open_key_directory(in_key, directory_depth(in_key), 0);
-    if (dir < 0) return NULL;
-    /* O_NONBLOCK: a FIFO placed in the store must not hang the reader. */
-    int fd = openat(dir, leaf_name(in_key), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-    close_keeping_errno(dir);
+    int fd = open_key_file(in_key);
     if (fd < 0) return NULL;
     char* value = read_value(fd);
     close_keeping_errno(fd);

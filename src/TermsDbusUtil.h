@@ -31,7 +31,7 @@ namespace TermsDbusUtil {
 // sends a larger one, so nothing larger is ever sent. An "a(y)" payload costs
 // 8 wire bytes per byte (each one-byte struct is aligned to 8), which puts the
 // payload ceiling a little under 4 MiB.
-constexpr uint64_t kMaxBusMessageSize = 32u * 1024u * 1024u;
+constexpr uint64_t kMaxBusMessageSize = uint64_t{32} * 1024 * 1024;
 
 // Received tuple to record. False only for a null params; a tuple of another
 // shape fills nothing and still yields true.
@@ -48,6 +48,17 @@ GVariant* MakeMsgOutputResponseToParams(const TermsDbusMessage& msg);
 GVariant* MakeOwnedResponseToParams(TermsDbusMessage& msg);
 GVariant* MakeFailResponseToParams();
 GVariant* MakeSignalDataToParams(const TermsDbusMessage& msg);
+
+// Payloads from this size on make the toolkit give freed memory back to the
+// system once the message is done. GDBus turns a received "a(y)" into one
+// value per byte (about 270 bytes of heap each); freed, that memory stays
+// with the process unless it is handed back.
+constexpr uint64_t kLargePayloadSize = uint64_t{1024} * 1024;
+// Returns the heap's free pages to the system (malloc_trim) when
+// `payloadSize` is at least kLargePayloadSize: at once, or, when called from
+// a main loop's callback, once that loop is idle, after GDBus has released
+// the message being handled.
+void GiveBackMemoryAfterPayload(uint64_t payloadSize);
 
 // "/" followed by the name with every "." replaced by "/".
 std::string GetObjectPath(std::string name);

@@ -12,10 +12,17 @@
 # then exits non-zero. A summary per target goes to build/fuzz/summary.txt.
 #
 # Scratch files (the temporary configuration stores and clone directories of
-# the targets) go to build/fuzz/scratch/<target>, which is removed after each
-# target whether it ended or aborted, and on any exit of this script. It is
-# bounded: a target whose scratch grows past 100,000 files or 1 GiB is
-# stopped and reported as a finding.
+# the targets) go to build/fuzz/scratch/<script pid>/<target>, which is
+# removed after each target whether it ended or aborted, and on any exit of
+# this script. It is bounded: a target whose scratch grows past 100,000 files
+# or 1 GiB is stopped and reported as a finding.
+#
+# AddressSanitizer keeps no allocation stacks (malloc_context_size=0) and a
+# quarantine of 64 MiB: with stacks kept, deeply nested JSON inputs grew its
+# own bookkeeping by about 1 MB an input until a ten-minute run ran out of
+# memory. A finding replayed by the ASan build of the suite
+# (fuzz_replay_<target>) shows the full stacks. ASAN_OPTIONS given by the
+# caller come after these and win.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -25,7 +32,7 @@ all_targets=(disclaimer_reply_fuzzer service_reply_fuzzer agreement_cache_fuzzer
              bus_tuple_fuzzer store_key_fuzzer sim_request_fuzzer)
 targets=("${@:-${all_targets[@]}}")
 dir=build/fuzz
-scratch_base="$PWD/$dir/scratch"
+scratch_base="$PWD/$dir/scratch/$$"
 scratch_max_files=100000
 scratch_max_mib=1024
 
@@ -81,7 +88,8 @@ for target in "${targets[@]}"; do
   # targets format every log line and drop it.
   dict=()
   case $target in bus_tuple_fuzzer|store_key_fuzzer) ;; *) dict=(-dict=fuzz/json.dict) ;; esac
-  run_bounded "$scratch_base/$target" "$dir/fuzz/$target" "${dict[@]}" -max_total_time="$seconds" -timeout=10 \
+  ASAN_OPTIONS="malloc_context_size=0:quarantine_size_mb=64${ASAN_OPTIONS:+:$ASAN_OPTIONS}" \
+    run_bounded "$scratch_base/$target" "$dir/fuzz/$target" "${dict[@]}" -max_total_time="$seconds" -timeout=10 \
     -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$findings/" "$corpus" "fuzz/corpus/$target" \
     >"$log" 2>&1
   set -e

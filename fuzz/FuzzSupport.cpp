@@ -23,9 +23,20 @@ void RemoveDirectories() {
     for (const std::string& directory : DirectoriesToRemove()) std::filesystem::remove_all(directory, ignored);
 }
 
+// $VERANTI_FUZZ_SCRATCH when set (scripts/fuzz.sh points it into the build
+// tree, bounds it and removes it after each target, aborted or not), else the
+// system's temporary directory.
+std::filesystem::path ScratchBase() {
+    const char* base = std::getenv("VERANTI_FUZZ_SCRATCH");
+    if (!base || !base[0]) return std::filesystem::temp_directory_path();
+    std::error_code failed;
+    std::filesystem::create_directories(base, failed);
+    if (failed) Fail("cannot make the scratch base directory");
+    return base;
+}
+
 std::string MakeDirectory(const char* name) {
-    const char* base = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
-    std::string pattern = std::string(base) + "/veranti-fuzz-" + name + "-XXXXXX";
+    std::string pattern = (ScratchBase() / (std::string("veranti-fuzz-") + name + "-XXXXXX")).string();
     if (!mkdtemp(pattern.data())) Fail("cannot make a scratch directory");
     if (DirectoriesToRemove().empty()) std::atexit(RemoveDirectories);
     DirectoriesToRemove().push_back(pattern);
@@ -52,6 +63,12 @@ const std::string& UseTemporaryStore() {
 void StoreInput(const char* key, const uint8_t* data, size_t size) {
     UseTemporaryStore();
     if (vconf_set_str(key, TextUpToNul(data, size).c_str()) != 0) Fail("cannot store the input");
+}
+
+void EmptyTemporaryStore() {
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::directory_iterator(UseTemporaryStore(), ignored))
+        std::filesystem::remove_all(entry.path(), ignored);
 }
 
 std::string MakeScratchDirectory(const char* name) {

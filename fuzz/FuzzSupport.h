@@ -18,14 +18,18 @@ namespace fuzzsupport {
 // configuration-store value can carry.
 std::string TextUpToNul(const uint8_t* data, size_t size);
 
-// A fresh configuration-store root for this process (on a memory file
-// system when there is one), exported as VCONF_ROOT and removed at exit.
+// A fresh configuration-store root for this process (below
+// $VERANTI_FUZZ_SCRATCH when set, else the system's temporary directory),
+// exported as VCONF_ROOT and removed at exit.
 const std::string& UseTemporaryStore();
+
+// Removes everything inside the temporary store's root.
+void EmptyTemporaryStore();
 
 // The input, cut at its first NUL, stored under `key` in the temporary store.
 void StoreInput(const char* key, const uint8_t* data, size_t size);
 
-// A fresh, empty directory below the temporary store's parent; removed at exit.
+// A fresh, empty directory beside the temporary store; removed at exit.
 std::string MakeScratchDirectory(const char* name);
 
 // Stops the process with a message: a broken invariant is a finding.

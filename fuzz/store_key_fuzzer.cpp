@@ -1,8 +1,10 @@
 // Fuzzes the configuration store's key validation: the input is a key (and,
 // after its first NUL byte, a value). A key the store accepts must name a
 // file strictly inside the store's root, and setting, reading and unsetting
-// it must work; a key it refuses must fail every operation with EINVAL and
-// create nothing.
+// it must work and leave the root as empty as it was (unset removes the
+// directories the key emptied); a key it refuses must fail every operation
+// with EINVAL and create nothing. Each input starts from an empty root, so
+// the store never grows from one input to the next.
 #include <sys/stat.h>
 #include <vconf.h>
 
@@ -29,13 +31,16 @@ void CheckAcceptedKey(const std::string& root, const std::string& key, const std
     if (vconf_set_str(key.c_str(), value.c_str()) != 0) {
         // A file of the store may stand where a directory is needed, or the
         // name may be too long for the file system: refusals, not findings.
-        if (errno == ENOTDIR || errno == EEXIST || errno == EISDIR || errno == ENAMETOOLONG) return;
-        fuzzsupport::Fail("setting an accepted key failed");
+        if (errno != ENOTDIR && errno != EEXIST && errno != EISDIR && errno != ENAMETOOLONG)
+            fuzzsupport::Fail("setting an accepted key failed");
+        fuzzsupport::EmptyTemporaryStore();  // the directories made before the refusal
+        return;
     }
     char* stored = vconf_get_str(key.c_str());
     if (!stored || value != stored) fuzzsupport::Fail("an accepted key did not read back its value");
     std::free(stored);
     if (vconf_unset(key.c_str()) != 0) fuzzsupport::Fail("unsetting an accepted key failed");
+    if (!fs::is_empty(root)) fuzzsupport::Fail("an unset key left something behind in the root");
 }
 
 void CheckRefusedKey(const std::string& key) {

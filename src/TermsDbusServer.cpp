@@ -1,5 +1,6 @@
 #include "TermsDbusServer.h"
 
+#include <algorithm>
 #include <memory>
 
 #include "TermsDbusUtil.h"
@@ -242,6 +243,7 @@ bool TermsDbusServer::SendDbusSyncMessage(std::string destination, const TermsDb
     if (!result) return false;
     const bool decoded = MakeParamsToMessage(result, reply);
     g_variant_unref(result);
+    GiveBackMemoryAfterPayload(std::max<uint64_t>(request.buffer_size, reply.buffer_size));
     if (!decoded) {
         TLOG_ERROR("Error, MakeParamsToMessage Fail ");
         return false;
@@ -310,8 +312,10 @@ void TermsDbusServer::m_ObjectCallback(GDBusConnection*, const gchar*, const gch
         TLOG_INFO_TRACE("start to callback func");
         succeeded = callback(methodName, &request, &reply, callbackData) != 0;
     }
+    const uint64_t payloadSize = std::max<uint64_t>(request.buffer_size, succeeded ? reply.buffer_size : 0);
     ReturnReply(invocation, succeeded ? MakeOwnedResponseToParams(reply) : MakeFailResponseToParams());
     if (succeeded) TLOG_INFO_TRACE("dbus return response");
     ReleaseTermsDbusMessage(&request);
     ReleaseTermsDbusMessage(&reply);
+    GiveBackMemoryAfterPayload(payloadSize);
 }

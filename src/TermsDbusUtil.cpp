@@ -1,5 +1,7 @@
 #include "TermsDbusUtil.h"
 
+#include <malloc.h>
+
 #include <cstdint>
 #include <cstring>
 #include <new>
@@ -201,7 +203,29 @@ uint64_t HeaderWireSize(GVariant* body, std::initializer_list<const char*> heade
     return size + AlignUp(4 + 1 + signatureLength + 1, 8);
 }
 
+gboolean TrimHeap(gpointer) {
+    malloc_trim(0);
+    return G_SOURCE_REMOVE;
+}
+
 }  // namespace
+
+void GiveBackMemoryAfterPayload(uint64_t payloadSize) {
+    if (payloadSize < kLargePayloadSize) return;
+    GSource* current = g_main_current_source();
+    GMainContext* context = current ? g_source_get_context(current) : nullptr;
+    if (!context) {
+        malloc_trim(0);
+        return;
+    }
+    // Below the priority of GDBus's own sources, so the call's invocation and
+    // message are gone by then.
+    GSource* idle = g_idle_source_new();
+    g_source_set_priority(idle, G_PRIORITY_LOW);
+    g_source_set_callback(idle, TrimHeap, nullptr, nullptr);
+    g_source_attach(idle, context);
+    g_source_unref(idle);
+}
 
 bool MakeParamsToMessage(GVariant* params, TermsDbusMessage& msg) {
     if (!params) {

@@ -49,6 +49,17 @@ GVariant* MakeOwnedResponseToParams(TermsDbusMessage& msg);
 GVariant* MakeFailResponseToParams();
 GVariant* MakeSignalDataToParams(const TermsDbusMessage& msg);
 
+// Payloads from this size on make the toolkit give freed memory back to the
+// system once the message is done. GDBus turns a received "a(y)" into one
+// value per byte (about 270 bytes of heap each); freed, that memory stays
+// with the process unless it is handed back.
+constexpr uint64_t kLargePayloadSize = uint64_t{1024} * 1024;
+// Returns the heap's free pages to the system (malloc_trim) when
+// `payloadSize` is at least kLargePayloadSize: at once, or, when called from
+// a main loop's callback, once that loop is idle, after GDBus has released
+// the message being handled.
+void GiveBackMemoryAfterPayload(uint64_t payloadSize);
+
 // "/" followed by the name with every "." replaced by "/".
 std::string GetObjectPath(std::string name);
 

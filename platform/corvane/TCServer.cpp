@@ -171,14 +171,22 @@ uint64_t TimeoutUsec(int timeout_ms) {
     return timeout_ms == 0 ? 1 : static_cast<uint64_t>(timeout_ms) * 1000;
 }
 
-void LogCallFailure(const char* dest, int result, const sd_bus_error& error) {
+// sd-bus reports its own time limit as ETIMEDOUT under the Timeout error
+// name, but maps error replies to errno values too: the bus's NoReply (the
+// peer left without answering) also arrives as ETIMEDOUT. Only a call that
+// had a limit and failed with that name ran out of time here.
+bool RanOutOfTime(int result, const sd_bus_error& error, int timeout_ms) {
+    return result == -ETIMEDOUT && timeout_ms >= 0 && sd_bus_error_has_name(&error, SD_BUS_ERROR_TIMEOUT);
+}
+
+void LogCallFailure(const char* dest, int result, const sd_bus_error& error, int timeout_ms) {
+    if (RanOutOfTime(result, error, timeout_ms)) {
+        CORVANE_LOG_ERROR("SendMessage to %s timed out after %d ms\n", dest, timeout_ms);
+        return;
+    }
     const char* name = error.name ? error.name : "unknown error";
     const char* text = error.message ? error.message : std::strerror(-result);
-    if (result == -ETIMEDOUT) {
-        CORVANE_LOG_ERROR("SendMessage to %s timed out (%s: %s)\n", dest, name, text);
-    } else {
-        CORVANE_LOG_ERROR("SendMessage to %s failed with D-Bus error %s: %s\n", dest, name, text);
-    }
+    CORVANE_LOG_ERROR("SendMessage to %s failed with D-Bus error %s: %s\n", dest, name, text);
 }
 
 bool IsExpectedReplyType(const char* signature) {
@@ -228,7 +236,7 @@ bool CallAndRead(ThreadState& state, const char* dest, sd_bus* bus, sd_bus_messa
     const int result = sd_bus_call(bus, call, TimeoutUsec(timeout_ms), &error.error, &raw);
     const MessagePtr answer(raw);
     if (result < 0) {
-        LogCallFailure(dest, result, error.error);
+        LogCallFailure(dest, result, error.error, timeout_ms);
         state.connection.DropIfBroken(result);
         return false;
     }

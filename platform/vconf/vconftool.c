@@ -21,6 +21,12 @@ static const char USAGE[] =
     "Exit status: 0 done, 1 key not set, 2 usage error or invalid key, 3 other failure.\n";
 
 static int fail(int status, const char* action, const char* key) {
+    if (errno == ELOOP) {
+        fprintf(stderr,
+                "vconftool: cannot %s \"%s\": a part of the key is a symbolic link, which the store never follows.\n",
+                action, key);
+        return status;
+    }
     fprintf(stderr, "vconftool: cannot %s \"%s\": %s.\n", action, key, strerror(errno));
     return status;
 }

@@ -28,8 +28,13 @@ TEST(ACorvaneServer, SendsItsWireFormatParsesAJsonReplyOfEitherShapeAndFailsOnAn
         {"does not parse as JSON", FakeReply::NotJson("not json"), kPeer, -1},
         {"D-Bus error org.example.Error.Refused", FakeReply::Error("org.example.Error.Refused"), kPeer, -1},
         {"D-Bus error", FakeReply::Result(true), "org.example.Nobody", -1},
-        {"timed out", FakeReply::NoReply(), kPeer, 200},
-        {"timed out", FakeReply::NoReply(), kPeer, 0}};
+        {"timed out after 200 ms", FakeReply::NoReply(), kPeer, 200},
+        {"timed out after 0 ms", FakeReply::NoReply(), kPeer, 0},
+        // Error replies that sd-bus maps to a time-out errno are still the bus's own errors.
+        {"D-Bus error org.freedesktop.DBus.Error.NoReply: fake failure",
+         FakeReply::Error("org.freedesktop.DBus.Error.NoReply"), kPeer, 5000},
+        {"D-Bus error org.freedesktop.DBus.Error.Timeout: fake failure",
+         FakeReply::Error("org.freedesktop.DBus.Error.Timeout"), kPeer, -1}};
     for (const auto& [why, fake, dest, limit] : cases) {
         service.SetDefaultReply(fake);
         log.Clear();

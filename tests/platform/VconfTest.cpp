@@ -1,13 +1,19 @@
 // The configuration store stand-in, on a temporary root.
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/wait.h>
+#include <unistd.h>
 #include <vconf.h>
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <random>
 #include <thread>
+#include <vector>
 
 #include "TempStore.h"
 
@@ -20,6 +26,19 @@ std::string Get(const char* key) {
     const std::string text = value ? value : "errno " + std::to_string(errno);
     free(value);
     return text;
+}
+
+namespace fs = std::filesystem;
+
+std::vector<std::string> Entries(const std::string& directory) {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(directory)) names.push_back(entry.path().filename());
+    return names;
+}
+
+std::string Contents(const fs::path& file) {
+    std::ifstream in(file);
+    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 TEST(AConfigurationStore, AcceptsOnlyRelativeKeysOfPlainSegments) {
@@ -52,6 +71,93 @@ TEST(AConfigurationStore, KeepsEachValueAloneInItsFileAndNeverShowsAReaderAMixOf
     EXPECT_EQ(mixed, 0) << "of " << reads << " reads";
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(store.Root() + "/db/veranti"), {}), 1)
         << "no temporary file is left";
+}
+
+TEST(AConfigurationStore, RefusesEveryKeyThatPassesThroughASymbolicLinkAndTouchesNothingBeyondIt) {
+    const testbed::TempStore store;
+    const testbed::TempStore elsewhere;  // the directory links point to; VCONF_ROOT is `store` again below
+    setenv("VCONF_ROOT", store.Root().c_str(), 1);
+    std::ofstream(elsewhere.Root() + "/file") << "outside";
+    fs::create_directories(store.Root() + "/a");
+    fs::create_directory(store.Root() + "/b");
+    fs::create_directory_symlink(elsewhere.Root(), store.Root() + "/l");
+    fs::create_symlink(elsewhere.Root() + "/file", store.Root() + "/k");
+    fs::create_directory_symlink(store.Root() + "/b", store.Root() + "/a/inner");
+    const std::string loop = "errno " + std::to_string(ELOOP);
+    for (const char* key : {"l/x", "l/file", "k", "a/inner/x", "a/inner"}) {
+        errno = 0;
+        EXPECT_TRUE(vconf_set_str(key, "v") == -1 && errno == ELOOP) << key;
+        EXPECT_EQ(Get(key), loop) << key;
+        errno = 0;
+        EXPECT_TRUE(vconf_unset(key) == -1 && errno == ELOOP) << key;
+    }
+    EXPECT_EQ(Entries(elsewhere.Root()), std::vector<std::string>{"file"});
+    EXPECT_EQ(Contents(elsewhere.Root() + "/file"), "outside");
+    EXPECT_TRUE(fs::is_empty(store.Root() + "/b"));
+    EXPECT_TRUE(fs::is_symlink(store.Root() + "/k")) << "a refused unset removes nothing";
+
+    const std::string linkedRoot = elsewhere.Root() + "/root";
+    fs::create_directory_symlink(store.Root(), linkedRoot);
+    setenv("VCONF_ROOT", linkedRoot.c_str(), 1);
+    EXPECT_EQ(vconf_set_str("a/x", "through a linked root"), 0) << "the root itself may be a link";
+    EXPECT_EQ(Contents(store.Root() + "/a/x"), "through a linked root");
+    setenv("VCONF_ROOT", store.Root().c_str(), 1);
+}
+
+TEST(AConfigurationStore, RemovesTheDirectoriesAnUnsetLeavesEmptyButNeverTheRoot) {
+    const testbed::TempStore store;
+    for (int i = 0; i < 100; ++i) {
+        const std::string key = "a" + std::to_string(i) + "/b/c";
+        ASSERT_EQ(vconf_set_str(key.c_str(), "v"), 0);
+        ASSERT_EQ(vconf_unset(key.c_str()), 0);
+    }
+    EXPECT_TRUE(fs::is_directory(store.Root()) && fs::is_empty(store.Root()));
+    for (const char* key : {"db/veranti/x", "db/veranti/y", "db/other"}) ASSERT_EQ(vconf_set_str(key, "v"), 0);
+    ASSERT_EQ(vconf_unset("db/veranti/x"), 0);
+    EXPECT_EQ(Entries(store.Root() + "/db/veranti"), std::vector<std::string>{"y"});
+    ASSERT_EQ(vconf_unset("db/veranti/y"), 0);
+    EXPECT_EQ(Entries(store.Root() + "/db"), std::vector<std::string>{"other"});
+    EXPECT_EQ(vconf_unset("db/missing/key"), 0) << "an absent key is already unset";
+}
+
+TEST(AConfigurationStore, KeepsEveryWriteWhileOtherThreadsEmptyAndRemoveItsDirectory) {
+    const testbed::TempStore store;
+    std::atomic<int> failures{0};
+    std::vector<std::thread> writers;
+    for (const char* key : {"shared/dir/a", "shared/dir/b", "shared/dir/c"}) {
+        writers.emplace_back([key, &failures] {
+            for (int i = 0; i < 300; ++i) {
+                const std::string value = key + std::to_string(i);
+                failures += vconf_set_str(key, value.c_str()) != 0 || Get(key) != value;
+                failures += vconf_unset(key) != 0;
+            }
+        });
+    }
+    for (std::thread& writer : writers) writer.join();
+    EXPECT_EQ(failures, 0);
+    EXPECT_TRUE(fs::is_empty(store.Root()));
+}
+
+// Writers are real processes killed with SIGKILL at random points of a
+// 120 KB write; the next write to the directory must clear what they left.
+TEST(AConfigurationStore, LeavesNothingOfKilledWritersBehindOnceTheNextWriteIsDone) {
+    const testbed::TempStore store;
+    const std::string value(120 * 1024, 'k');
+    std::mt19937 random(12);
+    for (int i = 0; i < 40; ++i) {
+        const pid_t writer = fork();
+        ASSERT_NE(writer, -1);
+        if (writer == 0) {
+            alarm(20);  // never outlives a failed test
+            for (;;) vconf_set_str("db/killed/value", value.c_str());
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(500 + random() % 4000));
+        kill(writer, SIGKILL);
+        waitpid(writer, nullptr, 0);
+    }
+    ASSERT_EQ(vconf_set_str("db/killed/value", "last"), 0);
+    EXPECT_EQ(Entries(store.Root() + "/db/killed"), std::vector<std::string>{"value"});
+    EXPECT_EQ(Get("db/killed/value"), "last");
 }
 
 // vconftool as the shell runs it, on the test's store, with standard input

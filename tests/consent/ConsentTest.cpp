@@ -4,7 +4,6 @@
 #include <VerantiAPI.h>
 #include <gtest/gtest.h>
 #include <json/json.h>
-#include <sys/wait.h>
 #include <vconf.h>
 
 #include <algorithm>
@@ -69,6 +68,10 @@ Outcomes OutcomesOf(const consent::Batch& batch) {
     return outcomes;
 }
 
+testbed::ProgramRun Cli(const std::string& line) {
+    return testbed::RunCommandLine(TERMS_CLI_PATH, line);
+}
+
 int Agreement(const std::string& id) {
     int agreed = 0;
     CVerantiAPI::GetInstance()->GetDisclaimerItemAgreement(id, &agreed, "TV");
@@ -89,29 +92,23 @@ protected:
 };
 
 TEST_F(AConsentClient, TellsEachOfTheFourStatusValuesWithWhatMustBeShownInDisplayOrder) {
+    enum Before { kNothing, kAcceptAll, kStopTheService };
     const struct {
         const char* situation;
         TermsRequester requester;
-        std::function<void()> before;
+        Before before;
         ConsentStatusValue value;
         std::vector<std::string> mustShow;
     } kCases[] = {
-        {"nothing agreed", TERMS_REQUESTER_0, [] {}, CONSENT_STATUS_REQUIRED, {"child", "base", "loose"}},
-        {"only a notice", TERMS_REQUESTER_1, [] {}, CONSENT_STATUS_NOT_REQUIRED, {}},
-        {"everything agreed",
-         TERMS_REQUESTER_0,
-         [] { consent::AcceptAll(TERMS_REQUESTER_0); },
-         CONSENT_STATUS_OBTAINED,
-         {}},
-        {"agreed but revised",
-         TERMS_REQUESTER_OTHER,
-         [] { consent::AcceptAll(TERMS_REQUESTER_OTHER); },
-         CONSENT_STATUS_REQUIRED,
-         {"rev"}},
-        {"service gone", TERMS_REQUESTER_0, [this] { m_Service->Stop(); }, CONSENT_STATUS_UNKNOWN, {}},
+        {"nothing agreed", TERMS_REQUESTER_0, kNothing, CONSENT_STATUS_REQUIRED, {"child", "base", "loose"}},
+        {"only a notice", TERMS_REQUESTER_1, kNothing, CONSENT_STATUS_NOT_REQUIRED, {}},
+        {"everything agreed", TERMS_REQUESTER_0, kAcceptAll, CONSENT_STATUS_OBTAINED, {}},
+        {"agreed but revised", TERMS_REQUESTER_OTHER, kAcceptAll, CONSENT_STATUS_REQUIRED, {"rev"}},
+        {"service gone", TERMS_REQUESTER_0, kStopTheService, CONSENT_STATUS_UNKNOWN, {}},
     };
     for (const auto& c : kCases) {
-        c.before();
+        if (c.before == kAcceptAll) consent::AcceptAll(c.requester);
+        if (c.before == kStopTheService) m_Service->Stop();
         const consent::Status status = consent::GetStatus(c.requester);
         EXPECT_EQ(status.value, c.value) << c.situation << ": " << ConsentStatusName(status.value);
         EXPECT_EQ(status.mustShow, c.mustShow) << c.situation;
@@ -239,15 +236,17 @@ TEST_F(AChangeListener, HearsEveryKindOfWriterWithTheValuesBeforeAndAfter) {
     } kWriters[] = {
         {"this process", [] { CVerantiAPI::GetInstance()->SetDisclaimerItemAgreement("base", 1, "TV"); }, "base",
          CONSENT_AGREEMENT_NO, CONSENT_AGREEMENT_YES},
-        {"the command-line tool", [] { EXPECT_EQ(system(TERMS_CLI_PATH " agree loose"), 0); }, "loose",
-         CONSENT_AGREEMENT_NO, CONSENT_AGREEMENT_YES},
+        {"the command-line tool", [] { EXPECT_EQ(Cli("agree loose").status, 0); }, "loose", CONSENT_AGREEMENT_NO,
+         CONSENT_AGREEMENT_YES},
         {"the store tool",
          [] {
              char* text = vconf_get_str("db/veranti/disclaimeragrees");
              Json::Value object = ParseJson(text ? text : "");
              free(text);
              object["child"] = "true";
-             EXPECT_EQ(consenttest::RunVconftool({"set", "db/veranti/disclaimeragrees", CompactJson(object)}), 0);
+             EXPECT_EQ(testbed::RunProgram({VCONFTOOL_PATH, "set", "db/veranti/disclaimeragrees", CompactJson(object)})
+                           .status,
+                       0);
          },
          "child", CONSENT_AGREEMENT_NO, CONSENT_AGREEMENT_YES},
         {"the service, for a new country", [] { CVerantiAPI::GetInstance()->SetCountryCode("BB"); }, "newcomer",
@@ -409,23 +408,6 @@ TEST_F(AnAsynchronousCall, EndsAtItsTimeLimitWhileTheMainLoopRunsOnWhenTheServic
     g_source_remove(ticker);
 }
 
-}  // namespace
-
-namespace {
-
-struct CliRun {
-    int status = -1;
-    std::string out, err;
-};
-
-// Runs terms-cli with the arguments in `line`, quoted as in a shell.
-CliRun Cli(const std::string& line) {
-    g_autofree gchar *out = nullptr, *err = nullptr;
-    gint wait = 0;
-    EXPECT_TRUE(g_spawn_command_line_sync((TERMS_CLI_PATH " " + line).c_str(), &out, &err, &wait, nullptr)) << line;
-    return CliRun{WIFEXITED(wait) ? WEXITSTATUS(wait) : -1, out ? out : "", err ? err : ""};
-}
-
 using TheTermsCliConsentCommands = AConsentClient;
 
 TEST_F(TheTermsCliConsentCommands, TellTheStatusAndAgreeOrWithdrawEverythingInDependencyOrder) {
@@ -443,41 +425,35 @@ TEST_F(TheTermsCliConsentCommands, TellTheStatusAndAgreeOrWithdrawEverythingInDe
         {"agree --none --requester 2", 1, "tail  done\ncyc1  cycle\n"},
     };
     for (const auto& run : kRuns) {
-        const CliRun done = Cli(run.line);
+        const testbed::ProgramRun done = Cli(run.line);
         EXPECT_EQ(done.status, run.status) << run.line << ": " << done.err;
         EXPECT_NE(done.out.find(run.out), std::string::npos) << run.line << ":\n" << done.out;
     }
     EXPECT_NE(Cli("agree --none --requester 2").err.find("could not withdraw cyc1, cyc2"), std::string::npos);
     m_Service->Stop();
-    const CliRun unknown = Cli("--json status");
+    const testbed::ProgramRun unknown = Cli("--json status");
     EXPECT_EQ(unknown.status, 3);
     EXPECT_NE(unknown.out.find(R"("status" : "unknown")"), std::string::npos) << unknown.out;
 }
 
 TEST_F(TheTermsCliConsentCommands, WatchPrintsEachChangeAsItHappensAsTextOrJson) {
     const struct {
-        const char* args;
+        std::vector<std::string> argv;
         const char* out;
     } kForms[] = {
-        {"watch --count 1", "base: no -> yes\n"},
-        {"--json watch --count 1", R"({"changes":[{"after":"no","before":"yes","id":"base"}]})"},
+        {{TERMS_CLI_PATH, "watch", "--count", "1"}, "base: no -> yes\n"},
+        {{TERMS_CLI_PATH, "--json", "watch", "--count", "1"},
+         R"({"changes":[{"after":"no","before":"yes","id":"base"}]})"},
     };
     bool agreed = false;
     for (const auto& form : kForms) {
-        const std::string command = std::string(TERMS_CLI_PATH) + " " + form.args;
-        g_auto(GStrv) argv = g_strsplit(command.c_str(), " ", -1);
-        g_autoptr(GSubprocess) watcher = g_subprocess_newv(
-            argv, GSubprocessFlags(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_PIPE), nullptr);
-        ASSERT_NE(watcher, nullptr);
-        g_autoptr(GDataInputStream) err = g_data_input_stream_new(g_subprocess_get_stderr_pipe(watcher));
-        g_autofree gchar* ready = g_data_input_stream_read_line(err, nullptr, nullptr, nullptr);
-        ASSERT_NE(ready, nullptr);
+        testbed::ChildProcess watcher(form.argv);
+        ASSERT_FALSE(watcher.ErrorLine().empty()) << "it says when it watches";
         agreed = !agreed;
         ASSERT_TRUE(CVerantiAPI::GetInstance()->SetDisclaimerItemAgreement("base", agreed ? 1 : 0, "TV"));
-        g_autofree gchar* out = nullptr;
-        ASSERT_TRUE(g_subprocess_communicate_utf8(watcher, nullptr, nullptr, &out, nullptr, nullptr));
-        EXPECT_TRUE(g_subprocess_get_if_exited(watcher) && g_subprocess_get_exit_status(watcher) == 0);
-        EXPECT_NE(std::string(out).find(form.out), std::string::npos) << form.args << ":\n" << out;
+        const std::string out = watcher.Output();
+        EXPECT_EQ(watcher.Wait(), 0);
+        EXPECT_NE(out.find(form.out), std::string::npos) << form.argv[1] << ":\n" << out;
     }
 }
 

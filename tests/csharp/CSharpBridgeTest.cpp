@@ -1,9 +1,9 @@
 // The C# exports: in process, and through BridgeTest.exe, a C# program run
 // with mono against the fake service.
 #include <cstdint>
-#include <cstdio>
 
 #include "CSharpBridgeAPI.h"
+#include "ChildProcess.h"
 #include "ClientTestBed.h"
 #include "TermsAPI.h"
 
@@ -53,13 +53,11 @@ protected:
         ClientTestBed::SetUp();
     }
 
+    // What the program printed; it must exit with 0.
     static std::string Printed(const std::string& args) {
-        FILE* program = popen((BRIDGE_COMMAND " " + args).c_str(), "r");
-        std::string printed;
-        char buffer[256];
-        while (program && std::fgets(buffer, sizeof buffer, program)) printed += buffer;
-        EXPECT_EQ(program ? pclose(program) : -1, 0) << args << " printed:\n" << printed;
-        return printed;
+        const testbed::ProgramRun run = testbed::RunShell(BRIDGE_COMMAND " " + args);
+        EXPECT_EQ(run.status, 0) << args << " printed:\n" << run.out << run.err;
+        return run.out;
     }
 };
 

@@ -80,7 +80,10 @@ bool ChildProcess::AwaitOutput(const std::string& text) {
 
 std::string ChildProcess::Rest(GDataInputStream* stream) {
     std::string all;
-    for (std::string line = ReadLine(stream); !line.empty(); line = ReadLine(stream)) all += line + "\n";
+    while (gchar* line = g_data_input_stream_read_line(stream, nullptr, nullptr, nullptr)) {
+        all += std::string(line) + "\n";
+        g_free(line);
+    }
     return all;
 }
 

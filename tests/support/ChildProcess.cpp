@@ -47,10 +47,6 @@ ProgramRun RunCommandLine(const std::string& program, const std::string& line) {
     return RunProgram(argv);
 }
 
-ProgramRun RunShell(const std::string& script) {
-    return RunProgram({"/bin/sh", "-c", script});
-}
-
 ChildProcess::ChildProcess(const std::vector<std::string>& argv) {
     g_autoptr(GSubprocessLauncher) launcher =
         LogOffLauncher(GSubprocessFlags(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_PIPE));

@@ -21,8 +21,6 @@ struct ProgramRun {
 ProgramRun RunProgram(const std::vector<std::string>& argv);
 // Runs `program` with the arguments in `line`, quoted as in a shell.
 ProgramRun RunCommandLine(const std::string& program, const std::string& line);
-// Runs `script` with /bin/sh, for redirections and environment settings.
-ProgramRun RunShell(const std::string& script);
 
 // A program left running, with its standard output and error read through pipes; it dies with the test.
 class ChildProcess {

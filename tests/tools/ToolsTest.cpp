@@ -294,7 +294,8 @@ TEST_F(TheTermsCli, TellsAStoreItCannotReadFromAnAnswerOfNo) {
 
 TEST_F(TheTermsCli, FailsWhenItsOutputCannotBeWritten) {
     for (const char* line : {"titles", "--json status", "--help", "status"}) {
-        const ProgramRun run = testbed::RunShell(TERMS_CLI_PATH " " + std::string(line) + " >/dev/full");
+        const ProgramRun run =
+            testbed::RunProgram({"/bin/sh", "-c", TERMS_CLI_PATH " " + std::string(line) + " >/dev/full"});
         EXPECT_EQ(run.status, 1) << line;
         EXPECT_NE(run.err.find("cannot write to standard output: " + std::string(std::strerror(ENOSPC))),
                   std::string::npos)

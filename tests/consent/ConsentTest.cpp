@@ -387,9 +387,9 @@ TEST_F(TheTermsCliConsentCommands, WatchPrintsEachChangeAsItHappensAsTextOrJson)
         ASSERT_FALSE(watcher.ErrorLine().empty()) << "it says when it watches";
         agreed = !agreed;
         ASSERT_TRUE(CVerantiAPI::GetInstance()->SetDisclaimerItemAgreement("base", agreed ? 1 : 0, "TV"));
-        const std::string out = watcher.Output();
-        EXPECT_EQ(watcher.Wait(), 0);
-        EXPECT_NE(out.find(form.out), std::string::npos) << form.argv[1] << ":\n" << out;
+        const testbed::ProgramRun watched = watcher.Finish();
+        EXPECT_EQ(watched.status, 0);
+        EXPECT_NE(watched.out.find(form.out), std::string::npos) << form.argv[1] << ":\n" << watched.out;
     }
 }
 

@@ -541,8 +541,9 @@ TEST_F(ARunningSimulator, SaysTheBusWentAwayAndServesAgainWhenRestartedAfterTheB
     ASSERT_TRUE(echo.AwaitOutput("serving "));
     testbed::PrivateBus::Current()->Stop();
     EXPECT_EQ(m_Sim->Wait(), 4);
-    EXPECT_EQ(echo.Wait(), 4);
-    EXPECT_NE(echo.Errors().find("the bus went away"), std::string::npos);
+    const testbed::ProgramRun echoed = echo.Finish();
+    EXPECT_EQ(echoed.status, 4);
+    EXPECT_NE(echoed.err.find("the bus went away"), std::string::npos);
     testbed::PrivateBus::Current()->Start();
     m_Sim.reset();
     Restart();
@@ -559,8 +560,9 @@ TEST(TheEchoServer, SaysSoAndExitsWhenItCannotOwnItsName) {
     ASSERT_TRUE(owned);
     testbed::ChildProcess echo({ECHO_SERVER_PATH, "test.tools.kept"});
     EXPECT_FALSE(echo.AwaitOutput("serving "));
-    EXPECT_EQ(echo.Wait(), 1);
-    EXPECT_NE(echo.Errors().find("cannot own test.tools.kept"), std::string::npos);
+    const testbed::ProgramRun ended = echo.Finish();
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_NE(ended.err.find("cannot own test.tools.kept"), std::string::npos);
 }
 
 TEST_F(ARunningSimulator, ReloadsItsCatalogueOnSighupAndKeepsTheOneInUseWhenTheNewOneIsBad) {

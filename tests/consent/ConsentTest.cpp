@@ -122,7 +122,9 @@ TEST_F(AConsentClient, AgreesDependenciesFirstWithdrawsDependantsFirstAndSendsNo
     ASSERT_TRUE(CVerantiAPI::GetInstance()->SetDisclaimerItemAgreement("outside", 1, "TV"));
     ExpectBatch(consent::AcceptAll(TERMS_REQUESTER_3), true, "ext done 1");
     // In the sample catalogue, requester 3 lists voice before privacy, on which it depends.
-    Serve(consenttest::SampleCatalogue());
+    g_autofree gchar* sample = nullptr;
+    ASSERT_TRUE(g_file_get_contents(SAMPLE_CATALOGUE, &sample, nullptr, nullptr));
+    Serve(sample);
     ExpectBatch(consent::AcceptAll(TERMS_REQUESTER_3), true, "privacy done 1, voice done 1");
     ExpectBatch(consent::RejectAll(TERMS_REQUESTER_0), true,
                 "ads done 0, voice done 0, viewing done 0, privacy done 0, terms done 0");

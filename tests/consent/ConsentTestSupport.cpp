@@ -3,7 +3,6 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 namespace consenttest {
@@ -55,12 +54,6 @@ SimulatedService::~SimulatedService() {
     Stop();
     std::error_code ignored;
     std::filesystem::remove_all(m_Dir, ignored);
-}
-
-std::string SampleCatalogue() {
-    std::stringstream text;
-    text << std::ifstream(SAMPLE_CATALOGUE).rdbuf();
-    return text.str();
 }
 
 }  // namespace consenttest

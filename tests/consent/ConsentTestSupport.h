@@ -36,9 +36,6 @@ private:
     const bool m_Serving;
 };
 
-// The text of the sample catalogue installed with the simulator.
-std::string SampleCatalogue();
-
 }  // namespace consenttest
 
 #endif

@@ -252,10 +252,8 @@ TEST_F(AChangeListener, IsSilentOnceRemovedFromItsOwnCallbackOrOnceItsSubscripti
 }
 
 // The asynchronous calls, against a service that answers and one that keeps silent.
-class AnAsynchronousCall : public AConsentClient {
-protected:
-    static constexpr unsigned kLimitMs = 300;
-};
+using AnAsynchronousCall = AConsentClient;
+constexpr unsigned kLimitMs = 300;
 
 TEST_F(AnAsynchronousCall, BringsTheBlockingCallsResultBackOnTheCallersContext) {
     // Every slot is -1 until its call ends.

@@ -1,9 +1,7 @@
 // The C# consent class, from a program run with mono against the simulated service.
 #include <VerantiAPI.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <cstdio>
 #include <string>
 
 #include "ConsentTestSupport.h"
@@ -33,36 +31,26 @@ protected:
 
     // What the program printed; it must exit with 0.
     static std::string Printed(const std::string& args) {
-        FILE* program = popen((CONSENT_MONO_COMMAND " " + args).c_str(), "r");
-        std::string printed;
-        char buffer[256];
-        while (program && std::fgets(buffer, sizeof buffer, program)) printed += buffer;
-        EXPECT_EQ(program ? pclose(program) : -1, 0) << args << " printed:\n" << printed;
-        return printed;
+        const testbed::ProgramRun run = testbed::RunProgram({"/bin/sh", "-c", CONSENT_MONO_COMMAND " " + args});
+        EXPECT_EQ(run.status, 0) << args << " printed:\n" << run.out << run.err;
+        return run.out;
     }
 
     testbed::TempStore m_Store;
     std::unique_ptr<consenttest::SimulatedService> m_Service;
 };
 
-TEST_F(TheCSharpConsentClass, TellsTheStatusAndAcceptsAndRejectsAllInDependencyOrder) {
+TEST_F(TheCSharpConsentClass, TellsTheStatusAcceptsAndRejectsAllInDependencyOrderAndRaisesAnEventOnAChange) {
     EXPECT_EQ(Printed("status 0"), "Required child,base\n");
     EXPECT_EQ(Printed("async 0 50"), "TimedOut Unknown\n") << "the service takes 150 ms to say it is there";
     EXPECT_EQ(Printed("accept 0"), "True base:Done child:Done note:Notice\n");
     EXPECT_EQ(Printed("async 0 0"), "Completed Obtained\n");
     EXPECT_EQ(Printed("reject 0"), "True note:Notice child:Done base:Done\n");
-}
-
-TEST_F(TheCSharpConsentClass, RaisesAnEventWhenAnAgreementChanges) {
-    FILE* program = popen(CONSENT_MONO_COMMAND " watch", "r");
-    ASSERT_NE(program, nullptr);
-    char line[256] = "";
-    ASSERT_TRUE(std::fgets(line, sizeof line, program));
-    EXPECT_STREQ(line, "ready\n");
+    testbed::ChildProcess program({"/bin/sh", "-c", CONSENT_MONO_COMMAND " watch"});
+    EXPECT_EQ(program.OutputLine(), "ready");
     ASSERT_TRUE(CVerantiAPI::GetInstance()->SetDisclaimerItemAgreement("base", 1, "TV"));
-    ASSERT_TRUE(std::fgets(line, sizeof line, program));
-    EXPECT_STREQ(line, "base:No->Yes\n");
-    EXPECT_EQ(pclose(program), 0);
+    EXPECT_EQ(program.OutputLine(), "base:No->Yes");
+    EXPECT_EQ(program.Wait(), 0);
 }
 
 }  // namespace

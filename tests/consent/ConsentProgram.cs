@@ -23,10 +23,9 @@ static class ConsentProgram
                 Console.WriteLine("{0} {1}", status.Value, string.Join(",", status.MustShow));
                 break;
             case "accept":
-                Console.WriteLine(Outcomes(Consent.AcceptAll(int.Parse(args[1]))));
-                break;
             case "reject":
-                Console.WriteLine(Outcomes(Consent.RejectAll(int.Parse(args[1]))));
+                int requester = int.Parse(args[1]);
+                Console.WriteLine(Outcomes(args[0] == "accept" ? Consent.AcceptAll(requester) : Consent.RejectAll(requester)));
                 break;
             case "watch":
                 using (var watcher = new ConsentWatcher())

@@ -3,8 +3,6 @@
 // every kind of writer, and asynchronous calls with time limits.
 #include <VerantiAPI.h>
 #include <gtest/gtest.h>
-#include <json/json.h>
-#include <sys/wait.h>
 #include <vconf.h>
 
 #include <algorithm>
@@ -12,7 +10,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -26,7 +23,6 @@ namespace {
 using namespace veranti;
 using consenttest::IterateFor;
 using consenttest::IterateUntil;
-using Outcomes = std::vector<std::pair<std::string, ConsentItemOutcome>>;
 
 // AA: requester 0 lists a dependant before its dependency, a notice and a free
 // item; 1 only a notice; 2 a cycle, an item that depends on it and a free
@@ -50,29 +46,25 @@ const char kCatalogue[] = R"json({
   }
 })json";
 
-Json::Value ParseJson(const std::string& text) {
-    Json::Value value;
-    std::istringstream stream(text);
-    EXPECT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), stream, &value, nullptr)) << text;
-    return value;
-}
-
-std::string CompactJson(const Json::Value& value) {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    return Json::writeString(builder, value);
-}
-
-Outcomes OutcomesOf(const consent::Batch& batch) {
-    Outcomes outcomes;
-    for (const auto& item : batch.items) outcomes.emplace_back(item.id, item.outcome);
-    return outcomes;
+testbed::ProgramRun Cli(const std::string& line) {
+    return testbed::RunCommandLine(TERMS_CLI_PATH, line);
 }
 
 int Agreement(const std::string& id) {
     int agreed = 0;
     CVerantiAPI::GetInstance()->GetDisclaimerItemAgreement(id, &agreed, "TV");
     return agreed;
+}
+
+// The batch's items in the order it sent them, each as "<id> <outcome> <agreement stored after it>".
+void ExpectBatch(const consent::Batch& batch, bool allDone, const std::string& items) {
+    std::string described;
+    for (const auto& item : batch.items) {
+        described += (described.empty() ? "" : ", ") + item.id + " " + ConsentItemOutcomeName(item.outcome) + " " +
+                     std::to_string(Agreement(item.id));
+    }
+    EXPECT_EQ(described, items);
+    EXPECT_EQ(batch.allDone, allDone) << items;
 }
 
 class AConsentClient : public testing::Test {
@@ -89,29 +81,23 @@ protected:
 };
 
 TEST_F(AConsentClient, TellsEachOfTheFourStatusValuesWithWhatMustBeShownInDisplayOrder) {
+    enum Before { kNothing, kAcceptAll, kStopTheService };
     const struct {
         const char* situation;
         TermsRequester requester;
-        std::function<void()> before;
+        Before before;
         ConsentStatusValue value;
         std::vector<std::string> mustShow;
     } kCases[] = {
-        {"nothing agreed", TERMS_REQUESTER_0, [] {}, CONSENT_STATUS_REQUIRED, {"child", "base", "loose"}},
-        {"only a notice", TERMS_REQUESTER_1, [] {}, CONSENT_STATUS_NOT_REQUIRED, {}},
-        {"everything agreed",
-         TERMS_REQUESTER_0,
-         [] { consent::AcceptAll(TERMS_REQUESTER_0); },
-         CONSENT_STATUS_OBTAINED,
-         {}},
-        {"agreed but revised",
-         TERMS_REQUESTER_OTHER,
-         [] { consent::AcceptAll(TERMS_REQUESTER_OTHER); },
-         CONSENT_STATUS_REQUIRED,
-         {"rev"}},
-        {"service gone", TERMS_REQUESTER_0, [this] { m_Service->Stop(); }, CONSENT_STATUS_UNKNOWN, {}},
+        {"nothing agreed", TERMS_REQUESTER_0, kNothing, CONSENT_STATUS_REQUIRED, {"child", "base", "loose"}},
+        {"only a notice", TERMS_REQUESTER_1, kNothing, CONSENT_STATUS_NOT_REQUIRED, {}},
+        {"everything agreed", TERMS_REQUESTER_0, kAcceptAll, CONSENT_STATUS_OBTAINED, {}},
+        {"agreed but revised", TERMS_REQUESTER_OTHER, kAcceptAll, CONSENT_STATUS_REQUIRED, {"rev"}},
+        {"service gone", TERMS_REQUESTER_0, kStopTheService, CONSENT_STATUS_UNKNOWN, {}},
     };
     for (const auto& c : kCases) {
-        c.before();
+        if (c.before == kAcceptAll) consent::AcceptAll(c.requester);
+        if (c.before == kStopTheService) m_Service->Stop();
         const consent::Status status = consent::GetStatus(c.requester);
         EXPECT_EQ(status.value, c.value) << c.situation << ": " << ConsentStatusName(status.value);
         EXPECT_EQ(status.mustShow, c.mustShow) << c.situation;
@@ -123,75 +109,35 @@ TEST_F(AConsentClient, TellsEachOfTheFourStatusValuesWithWhatMustBeShownInDispla
     ConsentBatchClear(nullptr);
 }
 
-TEST_F(AConsentClient, AgreesDependenciesFirstAndWithdrawsDependantsFirst) {
-    const consent::Batch accepted = consent::AcceptAll(TERMS_REQUESTER_0);
-    EXPECT_TRUE(accepted.allDone);
-    EXPECT_EQ(OutcomesOf(accepted), (Outcomes{{"base", CONSENT_ITEM_DONE},
-                                              {"child", CONSENT_ITEM_DONE},
-                                              {"note", CONSENT_ITEM_NOTICE},
-                                              {"loose", CONSENT_ITEM_DONE}}));
-    EXPECT_EQ(Agreement("base") + Agreement("child") + Agreement("loose"), 3);
-
-    const consent::Batch rejected = consent::RejectAll(TERMS_REQUESTER_0);
-    EXPECT_TRUE(rejected.allDone);
-    EXPECT_EQ(OutcomesOf(rejected), (Outcomes{{"loose", CONSENT_ITEM_DONE},
-                                              {"note", CONSENT_ITEM_NOTICE},
-                                              {"child", CONSENT_ITEM_DONE},
-                                              {"base", CONSENT_ITEM_DONE}}));
-    EXPECT_EQ(Agreement("base") + Agreement("child") + Agreement("loose"), 0);
-}
-
-TEST_F(AConsentClient, ReportsACycleAndWhatDependsOnItWithoutSendingThem) {
-    for (const bool agree : {true, false}) {
-        ConsentBatch batch;
-        const int allDone = (agree ? ConsentAcceptAll : ConsentRejectAll)(TERMS_REQUESTER_2, &batch);
-        EXPECT_EQ(allDone, 0);
-        std::map<std::string, ConsentItemOutcome> outcomes;
-        for (int i = 0; i < batch.count; ++i) outcomes[batch.items[i].id] = batch.items[i].outcome;
-        ConsentBatchClear(&batch);
-        EXPECT_EQ(outcomes, (std::map<std::string, ConsentItemOutcome>{
-                                {"cyc1", CONSENT_ITEM_CYCLE},
-                                {"cyc2", CONSENT_ITEM_CYCLE},
-                                {"tail", agree ? CONSENT_ITEM_DEPENDENCY_FAILED : CONSENT_ITEM_DONE},
-                                {"base", CONSENT_ITEM_DONE}}))
-            << (agree ? "accept" : "reject");
-        EXPECT_EQ(Agreement("base"), agree ? 1 : 0);
-        EXPECT_EQ(Agreement("tail") + Agreement("cyc1") + Agreement("cyc2"), 0);
-    }
-    EXPECT_STREQ(ConsentItemOutcomeName(CONSENT_ITEM_CYCLE), "cycle");
-}
-
-TEST_F(AConsentClient, AgreesToAnItemWhoseUnlistedDependencyIsOnlyOnceThatIsAgreed) {
-    EXPECT_EQ(OutcomesOf(consent::AcceptAll(TERMS_REQUESTER_3)), (Outcomes{{"ext", CONSENT_ITEM_MISSING_DEPENDENCY}}));
+// Each step accepts or withdraws everything a requester lists.
+TEST_F(AConsentClient, AgreesDependenciesFirstWithdrawsDependantsFirstAndSendsNoCycle) {
+    ExpectBatch(consent::AcceptAll(TERMS_REQUESTER_0), true, "base done 1, child done 1, note notice 0, loose done 1");
+    ExpectBatch(consent::RejectAll(TERMS_REQUESTER_0), true, "loose done 0, note notice 0, child done 0, base done 0");
+    // A cycle and what depends on it are reported, not sent.
+    ExpectBatch(consent::AcceptAll(TERMS_REQUESTER_2), false,
+                "cyc2 cycle 0, cyc1 cycle 0, tail dependency failed 0, base done 1");
+    ExpectBatch(consent::RejectAll(TERMS_REQUESTER_2), false, "base done 0, tail done 0, cyc1 cycle 0, cyc2 cycle 0");
+    // A dependency the requester does not list must be agreed already.
+    ExpectBatch(consent::AcceptAll(TERMS_REQUESTER_3), false, "ext missing dependency 0");
     ASSERT_TRUE(CVerantiAPI::GetInstance()->SetDisclaimerItemAgreement("outside", 1, "TV"));
-    EXPECT_EQ(OutcomesOf(consent::AcceptAll(TERMS_REQUESTER_3)), (Outcomes{{"ext", CONSENT_ITEM_DONE}}));
+    ExpectBatch(consent::AcceptAll(TERMS_REQUESTER_3), true, "ext done 1");
+    // In the sample catalogue, requester 3 lists voice before privacy, on which it depends.
+    g_autofree gchar* sample = nullptr;
+    ASSERT_TRUE(g_file_get_contents(SAMPLE_CATALOGUE, &sample, nullptr, nullptr));
+    Serve(sample);
+    ExpectBatch(consent::AcceptAll(TERMS_REQUESTER_3), true, "privacy done 1, voice done 1");
+    ExpectBatch(consent::RejectAll(TERMS_REQUESTER_0), true,
+                "ads done 0, voice done 0, viewing done 0, privacy done 0, terms done 0");
 }
 
 TEST_F(AConsentClient, ReportsEachRefusalAndDoesNotSendWhatDependsOnARefusedItem) {
     Serve(kCatalogue, {"--fail=set one agreement=refuse"});
-    const consent::Batch batch = consent::AcceptAll(TERMS_REQUESTER_0);
-    EXPECT_FALSE(batch.allDone);
-    EXPECT_EQ(OutcomesOf(batch), (Outcomes{{"base", CONSENT_ITEM_REFUSED},
-                                           {"child", CONSENT_ITEM_DEPENDENCY_FAILED},
-                                           {"note", CONSENT_ITEM_NOTICE},
-                                           {"loose", CONSENT_ITEM_REFUSED}}));
+    ExpectBatch(consent::AcceptAll(TERMS_REQUESTER_0), false,
+                "base refused 0, child dependency failed 0, note notice 0, loose refused 0");
     m_Service->Stop();
     ConsentBatch empty{5, nullptr};
     EXPECT_EQ(ConsentAcceptAll(TERMS_REQUESTER_0, &empty), 0);
     EXPECT_EQ(empty.count, 0) << "an unreachable service: nothing to report per item";
-}
-
-TEST_F(AConsentClient, FollowsTheSampleCataloguesDependencies) {
-    Serve(consenttest::SampleCatalogue());
-    // Requester 3 lists voice before privacy, on which it depends.
-    EXPECT_EQ(OutcomesOf(consent::AcceptAll(TERMS_REQUESTER_3)),
-              (Outcomes{{"privacy", CONSENT_ITEM_DONE}, {"voice", CONSENT_ITEM_DONE}}));
-    EXPECT_EQ(OutcomesOf(consent::RejectAll(TERMS_REQUESTER_0)), (Outcomes{{"ads", CONSENT_ITEM_DONE},
-                                                                           {"voice", CONSENT_ITEM_DONE},
-                                                                           {"viewing", CONSENT_ITEM_DONE},
-                                                                           {"privacy", CONSENT_ITEM_DONE},
-                                                                           {"terms", CONSENT_ITEM_DONE}}));
-    EXPECT_EQ(Agreement("voice") + Agreement("privacy"), 0);
 }
 
 // Collects every change event of one registration.
@@ -239,15 +185,12 @@ TEST_F(AChangeListener, HearsEveryKindOfWriterWithTheValuesBeforeAndAfter) {
     } kWriters[] = {
         {"this process", [] { CVerantiAPI::GetInstance()->SetDisclaimerItemAgreement("base", 1, "TV"); }, "base",
          CONSENT_AGREEMENT_NO, CONSENT_AGREEMENT_YES},
-        {"the command-line tool", [] { EXPECT_EQ(system(TERMS_CLI_PATH " agree loose"), 0); }, "loose",
-         CONSENT_AGREEMENT_NO, CONSENT_AGREEMENT_YES},
+        {"the command-line tool", [] { EXPECT_EQ(Cli("agree loose").status, 0); }, "loose", CONSENT_AGREEMENT_NO,
+         CONSENT_AGREEMENT_YES},
         {"the store tool",
          [] {
-             char* text = vconf_get_str("db/veranti/disclaimeragrees");
-             Json::Value object = ParseJson(text ? text : "");
-             free(text);
-             object["child"] = "true";
-             EXPECT_EQ(consenttest::RunVconftool({"set", "db/veranti/disclaimeragrees", CompactJson(object)}), 0);
+             const char kAgreed[] = R"({"base":"true","loose":"true","child":"true"})";
+             EXPECT_EQ(testbed::RunProgram({VCONFTOOL_PATH, "set", "db/veranti/disclaimeragrees", kAgreed}).status, 0);
          },
          "child", CONSENT_AGREEMENT_NO, CONSENT_AGREEMENT_YES},
         {"the service, for a new country", [] { CVerantiAPI::GetInstance()->SetCountryCode("BB"); }, "newcomer",
@@ -260,10 +203,10 @@ TEST_F(AChangeListener, HearsEveryKindOfWriterWithTheValuesBeforeAndAfter) {
 }
 
 TEST_F(AChangeListener, LosesNoneOfAThousandQuickChanges) {
-    Json::Value object(Json::objectValue);
+    std::string object = "{";
     for (int i = 0; i < 1000; ++i) {
-        object["k" + std::to_string(i)] = "true";
-        ASSERT_EQ(vconf_set_str("db/veranti/disclaimeragrees", CompactJson(object).c_str()), 0);
+        object += (i ? ",\"k" : "\"k") + std::to_string(i) + "\":\"true\"";
+        ASSERT_EQ(vconf_set_str("db/veranti/disclaimeragrees", (object + "}").c_str()), 0);
     }
     const auto agreedAndNew = [this] {
         return std::count_if(m_Values.begin(), m_Values.end(), [](const auto& entry) {
@@ -275,7 +218,7 @@ TEST_F(AChangeListener, LosesNoneOfAThousandQuickChanges) {
     EXPECT_LT(m_Events, 1000) << "changes close together come in one event";
 }
 
-TEST_F(AChangeListener, IsSilentOnceRemovedAlsoFromItsOwnCallback) {
+TEST_F(AChangeListener, IsSilentOnceRemovedFromItsOwnCallbackOrOnceItsSubscriptionEnds) {
     struct SelfRemoving {
         unsigned int id = 0;
         int calls = 0;
@@ -288,16 +231,6 @@ TEST_F(AChangeListener, IsSilentOnceRemovedAlsoFromItsOwnCallback) {
         },
         &other);
     ASSERT_NE(other.id, 0u);
-    consent::AcceptAll(TERMS_REQUESTER_0);
-    ASSERT_TRUE(Reports("loose", CONSENT_AGREEMENT_NO, CONSENT_AGREEMENT_YES));
-    consent::RejectAll(TERMS_REQUESTER_0);
-    ASSERT_TRUE(Reports("loose", CONSENT_AGREEMENT_NO, CONSENT_AGREEMENT_NO));
-    EXPECT_EQ(other.calls, 1);
-    EXPECT_EQ(ConsentRemoveChangeCallback(other.id), 0) << "not twice";
-    EXPECT_EQ(ConsentAddChangeCallback(nullptr, nullptr), 0u);
-}
-
-TEST_F(AChangeListener, ReachesCppSubscribersUntilTheirSubscriptionEnds) {
     std::vector<consent::Change> seen;
     {
         const consent::ChangeSubscription subscription([&](const std::vector<consent::Change>& changes) {
@@ -305,6 +238,7 @@ TEST_F(AChangeListener, ReachesCppSubscribersUntilTheirSubscriptionEnds) {
         });
         ASSERT_TRUE(subscription.Active());
         consent::AcceptAll(TERMS_REQUESTER_0);
+        ASSERT_TRUE(Reports("loose", CONSENT_AGREEMENT_NO, CONSENT_AGREEMENT_YES));
         ASSERT_TRUE(IterateUntil([&] { return seen.size() >= 3; }));
     }
     const size_t count = seen.size();
@@ -312,13 +246,14 @@ TEST_F(AChangeListener, ReachesCppSubscribersUntilTheirSubscriptionEnds) {
     ASSERT_TRUE(Reports("base", CONSENT_AGREEMENT_NO, CONSENT_AGREEMENT_NO));
     EXPECT_EQ(seen.size(), count);
     EXPECT_EQ(seen.front().id, "base");
+    EXPECT_EQ(other.calls, 1);
+    EXPECT_EQ(ConsentRemoveChangeCallback(other.id), 0) << "not twice";
+    EXPECT_EQ(ConsentAddChangeCallback(nullptr, nullptr), 0u);
 }
 
 // The asynchronous calls, against a service that answers and one that keeps silent.
-class AnAsynchronousCall : public AConsentClient {
-protected:
-    static constexpr unsigned kLimitMs = 300;
-};
+using AnAsynchronousCall = AConsentClient;
+constexpr unsigned kLimitMs = 300;
 
 TEST_F(AnAsynchronousCall, BringsTheBlockingCallsResultBackOnTheCallersContext) {
     // Every slot is -1 until its call ends.
@@ -409,23 +344,6 @@ TEST_F(AnAsynchronousCall, EndsAtItsTimeLimitWhileTheMainLoopRunsOnWhenTheServic
     g_source_remove(ticker);
 }
 
-}  // namespace
-
-namespace {
-
-struct CliRun {
-    int status = -1;
-    std::string out, err;
-};
-
-// Runs terms-cli with the arguments in `line`, quoted as in a shell.
-CliRun Cli(const std::string& line) {
-    g_autofree gchar *out = nullptr, *err = nullptr;
-    gint wait = 0;
-    EXPECT_TRUE(g_spawn_command_line_sync((TERMS_CLI_PATH " " + line).c_str(), &out, &err, &wait, nullptr)) << line;
-    return CliRun{WIFEXITED(wait) ? WEXITSTATUS(wait) : -1, out ? out : "", err ? err : ""};
-}
-
 using TheTermsCliConsentCommands = AConsentClient;
 
 TEST_F(TheTermsCliConsentCommands, TellTheStatusAndAgreeOrWithdrawEverythingInDependencyOrder) {
@@ -443,41 +361,35 @@ TEST_F(TheTermsCliConsentCommands, TellTheStatusAndAgreeOrWithdrawEverythingInDe
         {"agree --none --requester 2", 1, "tail  done\ncyc1  cycle\n"},
     };
     for (const auto& run : kRuns) {
-        const CliRun done = Cli(run.line);
+        const testbed::ProgramRun done = Cli(run.line);
         EXPECT_EQ(done.status, run.status) << run.line << ": " << done.err;
         EXPECT_NE(done.out.find(run.out), std::string::npos) << run.line << ":\n" << done.out;
     }
     EXPECT_NE(Cli("agree --none --requester 2").err.find("could not withdraw cyc1, cyc2"), std::string::npos);
     m_Service->Stop();
-    const CliRun unknown = Cli("--json status");
+    const testbed::ProgramRun unknown = Cli("--json status");
     EXPECT_EQ(unknown.status, 3);
     EXPECT_NE(unknown.out.find(R"("status" : "unknown")"), std::string::npos) << unknown.out;
 }
 
 TEST_F(TheTermsCliConsentCommands, WatchPrintsEachChangeAsItHappensAsTextOrJson) {
     const struct {
-        const char* args;
+        std::vector<std::string> argv;
         const char* out;
     } kForms[] = {
-        {"watch --count 1", "base: no -> yes\n"},
-        {"--json watch --count 1", R"({"changes":[{"after":"no","before":"yes","id":"base"}]})"},
+        {{TERMS_CLI_PATH, "watch", "--count", "1"}, "base: no -> yes\n"},
+        {{TERMS_CLI_PATH, "--json", "watch", "--count", "1"},
+         R"({"changes":[{"after":"no","before":"yes","id":"base"}]})"},
     };
     bool agreed = false;
     for (const auto& form : kForms) {
-        const std::string command = std::string(TERMS_CLI_PATH) + " " + form.args;
-        g_auto(GStrv) argv = g_strsplit(command.c_str(), " ", -1);
-        g_autoptr(GSubprocess) watcher = g_subprocess_newv(
-            argv, GSubprocessFlags(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_PIPE), nullptr);
-        ASSERT_NE(watcher, nullptr);
-        g_autoptr(GDataInputStream) err = g_data_input_stream_new(g_subprocess_get_stderr_pipe(watcher));
-        g_autofree gchar* ready = g_data_input_stream_read_line(err, nullptr, nullptr, nullptr);
-        ASSERT_NE(ready, nullptr);
+        testbed::ChildProcess watcher(form.argv);
+        ASSERT_FALSE(watcher.ErrorLine().empty()) << "it says when it watches";
         agreed = !agreed;
         ASSERT_TRUE(CVerantiAPI::GetInstance()->SetDisclaimerItemAgreement("base", agreed ? 1 : 0, "TV"));
-        g_autofree gchar* out = nullptr;
-        ASSERT_TRUE(g_subprocess_communicate_utf8(watcher, nullptr, nullptr, &out, nullptr, nullptr));
-        EXPECT_TRUE(g_subprocess_get_if_exited(watcher) && g_subprocess_get_exit_status(watcher) == 0);
-        EXPECT_NE(std::string(out).find(form.out), std::string::npos) << form.args << ":\n" << out;
+        const testbed::ProgramRun watched = watcher.Finish();
+        EXPECT_EQ(watched.status, 0);
+        EXPECT_NE(watched.out.find(form.out), std::string::npos) << form.argv[1] << ":\n" << watched.out;
     }
 }
 

@@ -23,6 +23,10 @@ namespace fs = std::filesystem;
 
 const char kKey[] = "db/veranti/disclaimeragrees";
 
+void Vconftool(const std::string& line) {
+    EXPECT_EQ(testbed::RunCommandLine(VCONFTOOL_PATH, line).status, 0) << line;
+}
+
 // Counts the calls for one key and remembers the value seen in the last one.
 class AStoreWatch : public testing::Test {
 protected:
@@ -32,8 +36,8 @@ protected:
         }
     }
 
-    void Watch(const char* key = kKey) {
-        m_Id = vconf_watch_add(key, &AStoreWatch::OnChange, this);
+    void Watch() {
+        m_Id = vconf_watch_add(kKey, &AStoreWatch::OnChange, this);
         ASSERT_NE(m_Id, 0u) << std::strerror(errno);
     }
 
@@ -60,8 +64,12 @@ protected:
     std::function<void()> m_OnCall;
 };
 
-TEST_F(AStoreWatch, ReportsEachKindOfWriterEvenBeforeTheStoreRootExists) {
-    fs::remove_all(m_Store.Root());
+// With the store root given relative to the working directory, and not made yet.
+TEST_F(AStoreWatch, ReportsEachKindOfWriterEvenBeforeARelativeStoreRootExists) {
+    const fs::path root(m_Store.Root());
+    fs::current_path(root.parent_path());
+    setenv("VCONF_ROOT", root.filename().c_str(), 1);
+    fs::remove_all(root);
     Watch();
     // Each step changes the key its own way; the watch then reports the value it left.
     const struct {
@@ -71,22 +79,14 @@ TEST_F(AStoreWatch, ReportsEachKindOfWriterEvenBeforeTheStoreRootExists) {
     } kWriters[] = {
         {"set by this process, making the root and the directories", [] { vconf_set_str(kKey, "one"); }, "one"},
         {"replaced by this process", [] { vconf_set_str(kKey, "two"); }, "two"},
-        {"set by another process",
-         [] {
-             consenttest::RunVconftool({"set", kKey, "three"});
-         },
-         "three"},
+        {"set by another process", [] { Vconftool(std::string("set ") + kKey + " three"); }, "three"},
         {"renamed into place by hand",
          [this] {
              std::ofstream(KeyFile() + ".new") << "four";
              fs::rename(KeyFile() + ".new", KeyFile());
          },
          "four"},
-        {"unset by another process",
-         [] {
-             consenttest::RunVconftool({"unset", kKey});
-         },
-         "<absent>"},
+        {"unset by another process", [] { Vconftool(std::string("unset ") + kKey); }, "<absent>"},
         {"set again after its directories were removed",
          [this] {
              fs::remove_all(m_Store.Root() + "/db");
@@ -103,30 +103,17 @@ TEST_F(AStoreWatch, ReportsEachKindOfWriterEvenBeforeTheStoreRootExists) {
     }
 }
 
-TEST_F(AStoreWatch, FindsAStoreRootGivenRelativeToTheWorkingDirectory) {
-    const fs::path root(m_Store.Root());
-    fs::current_path(root.parent_path());
-    setenv("VCONF_ROOT", root.filename().c_str(), 1);
-    Watch();
-    ASSERT_EQ(vconf_set_str(kKey, "relative"), 0);
-    EXPECT_TRUE(Sees("relative"));
-}
-
-TEST_F(AStoreWatch, IgnoresOtherKeysInTheSameDirectory) {
+TEST_F(AStoreWatch, IgnoresOtherKeysInTheSameDirectoryAndStopsOnceRemovedAlsoFromItsOwnCallback) {
     ASSERT_EQ(vconf_set_str(kKey, "mine"), 0);
-    Watch();
-    ASSERT_EQ(vconf_set_str("db/veranti/terms_title", "other"), 0);
-    ASSERT_EQ(vconf_set_str("db/veranti/disclaimeragrees2", "other"), 0);
-    consenttest::IterateFor(50);
-    EXPECT_EQ(m_Calls, 0);
-}
-
-TEST_F(AStoreWatch, StopsCallingOnceRemovedAlsoFromItsOwnCallback) {
     Watch();
     m_OnCall = [this] {
         EXPECT_EQ(vconf_watch_remove(m_Id), 0);
         m_Id = 0;
     };
+    ASSERT_EQ(vconf_set_str("db/veranti/terms_title", "other"), 0);
+    ASSERT_EQ(vconf_set_str("db/veranti/disclaimeragrees2", "other"), 0);
+    consenttest::IterateFor(50);
+    EXPECT_EQ(m_Calls, 0);
     ASSERT_EQ(vconf_set_str(kKey, "a"), 0);
     ASSERT_TRUE(Sees("a"));
     ASSERT_EQ(vconf_set_str(kKey, "b"), 0);

@@ -1,9 +1,9 @@
 // The C# exports: in process, and through BridgeTest.exe, a C# program run
 // with mono against the fake service.
 #include <cstdint>
-#include <cstdio>
 
 #include "CSharpBridgeAPI.h"
+#include "ChildProcess.h"
 #include "ClientTestBed.h"
 #include "TermsAPI.h"
 
@@ -53,25 +53,16 @@ protected:
         ClientTestBed::SetUp();
     }
 
+    // What the program printed; it must exit with 0.
     static std::string Printed(const std::string& args) {
-        FILE* program = popen((BRIDGE_COMMAND " " + args).c_str(), "r");
-        std::string printed;
-        char buffer[256];
-        while (program && std::fgets(buffer, sizeof buffer, program)) printed += buffer;
-        EXPECT_EQ(program ? pclose(program) : -1, 0) << args << " printed:\n" << printed;
-        return printed;
+        const testbed::ProgramRun run = testbed::RunProgram({"/bin/sh", "-c", BRIDGE_COMMAND " " + args});
+        EXPECT_EQ(run.status, 0) << args << " printed:\n" << run.out << run.err;
+        return run.out;
     }
 };
 
-TEST_F(TheCSharpBridgeProgram, GetsOneInstanceAndLearnsWhetherTheServiceIsAvailable) {
+TEST_F(TheCSharpBridgeProgram, GetsOneInstanceSetsAndReadsAgreementsAndLearnsWhetherTheServiceIsAvailable) {
     EXPECT_EQ(Printed("instance"), "True True True\n");
-    EXPECT_EQ(Printed("available"), "1\n");
-
-    service.SetReply("is service available", testbed::FakeReply::Result(false));
-    EXPECT_EQ(Printed("available"), "0\n");
-}
-
-TEST_F(TheCSharpBridgeProgram, SetsAnAgreementForTheProductTypeItGivesAndReadsAgreementsFromTheStore) {
     store.Set(kAgreementKey, R"({"agreed":"true","declined":"false"})");
 
     EXPECT_EQ(Printed("set privacy 1 TV"), "1\n");
@@ -79,6 +70,9 @@ TEST_F(TheCSharpBridgeProgram, SetsAnAgreementForTheProductTypeItGivesAndReadsAg
     EXPECT_EQ(Printed("get agreed declined unknown"), "agreed 0 1\ndeclined 0 0\nunknown 0 0\n");
     service.SetReply("set one agreement", testbed::FakeReply::Result(false));
     EXPECT_EQ(Printed("set privacy 1 TV"), "0\n");
+    EXPECT_EQ(Printed("available"), "1\n");
+    service.SetReply("is service available", testbed::FakeReply::Result(false));
+    EXPECT_EQ(Printed("available"), "0\n");
 
     const std::vector<testbed::ReceivedRequest> sent = service.RequestsBesidesAvailability();
     ASSERT_EQ(sent.size(), 3u);

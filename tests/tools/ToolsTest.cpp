@@ -4,19 +4,20 @@
 #include <gio/gio.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <regex>
 #include <thread>
+#include <tuple>
 
 #include "Catalogue.h"
+#include "ChildProcess.h"
 #include "FakeTermsService.h"
 #include "PrivateBus.h"
 #include "TempStore.h"
@@ -55,99 +56,36 @@ Json::Value ParsedJson(const std::string& text) {
     return value;
 }
 
-struct CliRun {
-    int status = -1;  // -1 when a signal ended the program
-    std::string out, err;
-    bool ErrIsOneLine() const { return std::count(err.begin(), err.end(), '\n') == 1 && err.back() == '\n'; }
-    Json::Value JsonOut() const { return ParsedJson(out); }
-};
+using testbed::ProgramRun;
 
-// Runs terms-cli with the arguments in `line`, quoted as in a shell, and waits for it.
-CliRun Cli(const std::string& line) {
-    g_autofree gchar *out = nullptr, *err = nullptr;
-    gint wait = 0;
-    EXPECT_TRUE(g_spawn_command_line_sync((TERMS_CLI_PATH " " + line).c_str(), &out, &err, &wait, nullptr)) << line;
-    return CliRun{WIFEXITED(wait) ? WEXITSTATUS(wait) : -1, out ? out : "", err ? err : ""};
+ProgramRun Cli(const std::string& line) {
+    return testbed::RunCommandLine(TERMS_CLI_PATH, line);
 }
 
-// Runs a program to its end with the log off: its exit status (-1 for a signal) and what it wrote.
-CliRun RunToEnd(std::vector<std::string> argv) {
-    std::vector<gchar*> args;
-    for (std::string& arg : argv) args.push_back(arg.data());
-    args.push_back(nullptr);
-    g_auto(GStrv) env = g_environ_setenv(g_get_environ(), "DLOG_OUTPUT", "none", TRUE);
-    g_autofree gchar *out = nullptr, *err = nullptr;
-    gint wait = 0;
-    EXPECT_TRUE(g_spawn_sync(nullptr, args.data(), env, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err, &wait, nullptr));
-    return CliRun{WIFEXITED(wait) ? WEXITSTATUS(wait) : -1, out ? out : "", err ? err : ""};
+Json::Value CliJson(const std::string& line) {
+    return ParsedJson(Cli(line).out);
 }
 
-// Runs terms-cli through the shell, for redirections: `script` follows the program's path.
-CliRun CliInShell(const std::string& script) {
-    const std::string command = std::string(TERMS_CLI_PATH " ") + script;
-    const char* argv[] = {"/bin/sh", "-c", command.c_str(), nullptr};
-    g_autofree gchar *out = nullptr, *err = nullptr;
-    gint wait = 0;
-    EXPECT_TRUE(g_spawn_sync(nullptr, const_cast<gchar**>(argv), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err,
-                             &wait, nullptr));
-    return CliRun{WIFEXITED(wait) ? WEXITSTATUS(wait) : -1, out ? out : "", err ? err : ""};
+// `line` failed with `status`, printing `out` and one line that says why on standard error.
+ProgramRun ExpectFailure(const std::string& line, int status, const std::string& why, const std::string& out = "") {
+    const ProgramRun run = Cli(line);
+    EXPECT_TRUE(run.status == status && run.out == out && run.ErrIsOneLine() && run.err.rfind("terms-cli: ", 0) == 0 &&
+                run.err.find(why) != std::string::npos)
+        << line << " -> " << run.status << ": " << run.out << run.err;
+    return run;
 }
 
-// A serving program as a child process (terms-service-sim by default), waited for until it prints that it
-// serves its bus name, or exits. Its standard error is captured when asked (with the log off, so that the
-// pipe never fills).
-struct SimProcess {
-    explicit SimProcess(const std::vector<std::string>& args, const char* program = TERMS_SERVICE_SIM_PATH,
-                        bool captureErrors = false) {
-        std::vector<const char*> argv{program};
-        for (const std::string& arg : args) argv.push_back(arg.c_str());
-        argv.push_back(nullptr);
-        g_autoptr(GSubprocessLauncher) launcher = g_subprocess_launcher_new(
-            captureErrors ? GSubprocessFlags(G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_PIPE)
-                          : G_SUBPROCESS_FLAGS_STDOUT_PIPE);
-        if (captureErrors) g_subprocess_launcher_setenv(launcher, "DLOG_OUTPUT", "none", TRUE);
-        g_subprocess_launcher_set_child_setup(
-            launcher, [](gpointer) { prctl(PR_SET_PDEATHSIG, SIGKILL); }, nullptr, nullptr);
-        process = g_subprocess_launcher_spawnv(launcher, argv.data(), nullptr);
-        g_autoptr(GDataInputStream) out = g_data_input_stream_new(g_subprocess_get_stdout_pipe(process));
-        while (gchar* line = serving ? nullptr : g_data_input_stream_read_line(out, nullptr, nullptr, nullptr)) {
-            serving = g_strrstr(line, "serving ");
-            g_free(line);
-        }
+// What loading a catalogue says when it refuses it; "accepted" when it does not.
+std::string Refusal(const std::function<void()>& load) {
+    try {
+        load();
+    } catch (const termssim::CatalogueError& error) {
+        return error.what();
     }
-    ~SimProcess() {  // a child left running dies with the test
-        if (errors) g_object_unref(errors);
-        g_object_unref(process);
-    }
-    // Waits for the program to end by itself: its exit status (-1 when a signal ended it).
-    int Wait() {
-        g_subprocess_wait(process, nullptr, nullptr);
-        return g_subprocess_get_if_exited(process) ? g_subprocess_get_exit_status(process) : -1;
-    }
-    // SIGTERM, then the exit status (-1 when a signal ended it); again: the same status.
-    int Stop() {
-        g_subprocess_send_signal(process, SIGTERM);
-        return Wait();
-    }
-    // The next line the program writes on standard error (when captured); empty at its end.
-    std::string ErrorLine() {
-        if (!errors) errors = g_data_input_stream_new(g_subprocess_get_stderr_pipe(process));
-        g_autofree gchar* line = g_data_input_stream_read_line(errors, nullptr, nullptr, nullptr);
-        return line ? line : "";
-    }
-    // Every line still to come on standard error, once the program ends.
-    std::string Errors() {
-        std::string all;
-        for (std::string line = ErrorLine(); !line.empty(); line = ErrorLine()) all += line + "\n";
-        return all;
-    }
+    return "accepted";
+}
 
-    GDataInputStream* errors = nullptr;
-    GSubprocess* process;
-    bool serving = false;
-};
-
-TEST(ACatalogue, NamesThePlaceOfEachMistake) {
+TEST(ACatalogue, NamesThePlaceOfEachMistakeAndWhyAFileCannotBeOne) {
     // The test catalogue with `from` replaced by `to` is refused naming `place`.
     const std::string kMistakes[][3] = {
         {R"(["T1", "T2"],)", R"(["T1", "T2"])", "not valid JSON"},
@@ -166,12 +104,16 @@ TEST(ACatalogue, NamesThePlaceOfEachMistake) {
         std::string text = kCatalogue;
         const size_t at = text.find(from);
         ASSERT_NE(at, std::string::npos) << from;
-        try {
-            termssim::Catalogue::FromText(text.replace(at, from.size(), to));
-            ADD_FAILURE() << "accepted a catalogue that should name " << place;
-        } catch (const termssim::CatalogueError& error) {
-            EXPECT_NE(std::string(error.what()).find(place), std::string::npos) << error.what();
-        }
+        text.replace(at, from.size(), to);
+        const std::string refusal = Refusal([&] { termssim::Catalogue::FromText(text); });
+        EXPECT_NE(refusal.find(place), std::string::npos) << refusal;
+    }
+    const std::pair<const char*, const char*> kFiles[] = {{"/tmp", "/tmp: is a directory"},
+                                                          {"/dev/zero", "/dev/zero: is larger than 64 MiB"},
+                                                          {"/no/such/catalogue", "No such file or directory"}};
+    for (const auto& [path, reason] : kFiles) {
+        const std::string refusal = Refusal([path = path] { termssim::Catalogue::Load(path); });
+        EXPECT_NE(refusal.find(reason), std::string::npos) << refusal;
     }
 }
 
@@ -182,20 +124,6 @@ TEST(ACatalogue, TakesCommentsAndSectionsWithoutTitleOrData) {
     sparse.replace(sparse.find(sections), sections.size(), R"([{"title": "Only a title"}, {"data": "Only data"}])");
     const auto catalogue = termssim::Catalogue::FromText(sparse);
     EXPECT_EQ(catalogue.FindCountry("AA")->Find("base")->details.size(), 2u);
-}
-
-TEST(ACatalogue, RefusesADirectoryAndAFileBeyondItsSizeLimitWithAClearReason) {
-    const std::pair<const char*, const char*> kFiles[] = {{"/tmp", "/tmp: is a directory"},
-                                                          {"/dev/zero", "/dev/zero: is larger than 64 MiB"},
-                                                          {"/no/such/catalogue", "No such file or directory"}};
-    for (const auto& [path, reason] : kFiles) {
-        try {
-            termssim::Catalogue::Load(path);
-            ADD_FAILURE() << path;
-        } catch (const termssim::CatalogueError& error) {
-            EXPECT_NE(std::string(error.what()).find(reason), std::string::npos) << error.what();
-        }
-    }
 }
 
 // Loading takes time in proportion to the catalogue: 100,000 items in one country and its lists load well
@@ -277,28 +205,25 @@ TEST_F(TheTermsCli, SendsEachSubcommandsRequestAndExitsWithOneWhenRefusedAndThre
         const Json::Value expected = ParsedJson(members);
         const std::string method = expected["method"].asString();
         service.ClearRequests();
-        const CliRun done = Cli(line);
+        const ProgramRun done = Cli(line);
         EXPECT_TRUE(done.status == 0 && done.err.empty()) << done.status << ": " << done.err;
         ASSERT_FALSE(service.RequestsBesidesAvailability().empty());  // "list" goes on to ask for each item
         const Json::Value sent = service.RequestsBesidesAvailability()[0].body;
         for (const std::string& name : expected.getMemberNames()) EXPECT_EQ(sent.get(name, "?"), expected[name]);
         service.SetReply(method, testbed::FakeReply::Result(false));
-        const CliRun refused = Cli(line);  // the library reads a refused count as no disclaimers
+        const ProgramRun refused = Cli(line);  // the library reads a refused count as no disclaimers
         EXPECT_EQ(refused.status, method == "get disclaimer number" ? 0 : 1);
         EXPECT_TRUE(refused.status == 0 ? refused.err.empty() : refused.ErrIsOneLine()) << refused.err;
         service.SetReply("is service available", testbed::FakeReply::Result(false));
         service.ClearRequests();
-        const CliRun unavailable = Cli(line);
-        EXPECT_TRUE(unavailable.status == 3 && unavailable.out.empty() && unavailable.ErrIsOneLine())
-            << unavailable.err;
-        EXPECT_NE(unavailable.err.find("could not be reached"), std::string::npos);
+        ExpectFailure(line, 3, "could not be reached");
         EXPECT_TRUE(service.RequestsBesidesAvailability().empty());
         for (const std::string& name : {method, std::string("is service available")}) service.SetReply(name, m_Answer);
     }
 }
 
 TEST_F(TheTermsCli, AnswersHelpWithZeroAndBadUsageWithTwoWithoutAskingTheService) {
-    for (const CliRun& version : {Cli("--version"), RunToEnd({TERMS_SERVICE_SIM_PATH, "--version"})}) {
+    for (const ProgramRun& version : {Cli("--version"), testbed::RunProgram({TERMS_SERVICE_SIM_PATH, "--version"})}) {
         EXPECT_TRUE(version.status == 0 &&
                     std::regex_match(version.out, std::regex("terms-(cli|service-sim) [0-9.]+\n")))
             << version.out;
@@ -310,16 +235,14 @@ TEST_F(TheTermsCli, AnswersHelpWithZeroAndBadUsageWithTwoWithoutAskingTheService
           "exists",     "title",         "titles",      "language", "country set",  "country list", "update",
           "update-api", "disclaimer-id", "header",      "check",    "clone to-usb", "clone to-tv",  "reset",
           "store get",  "store set",     "store unset", "--json",   "country",      "store"}) {
-        const CliRun run = Cli(command + " --help");
+        const ProgramRun run = Cli(command + " --help");
         EXPECT_NE(help.find("  " + command), std::string::npos) << command;
         EXPECT_TRUE(run.status == 0 && run.err.empty() && run.out.rfind("Usage: terms-cli", 0) == 0) << command;
     }
     for (const char* line : {"", "--json", "frobnicate", "--bogus status", "status extra", "show", "show --index x",
                              "show first --index 1", "list --requester 5", "agree first --all", "agree --json [1]",
                              "title -1", "clone to-usb only-one", "store get ../escape"}) {
-        const CliRun run = Cli(line);
-        EXPECT_TRUE(run.status == 2 && run.out.empty() && run.ErrIsOneLine() && run.err.rfind("terms-cli: ", 0) == 0)
-            << line << " -> " << run.status << ": " << run.err;
+        ExpectFailure(line, 2, "");
     }
     EXPECT_TRUE(service.Requests().empty());
 }
@@ -331,9 +254,7 @@ TEST_F(TheTermsCli, GivesUpOnASilentServiceWhenItsTimeoutRunsOut) {
     EXPECT_EQ(Cli("--timeout 5 status").status, 0);
     service.SetReply("is service available", testbed::FakeReply::NoReply());
     for (const char* line : {"--timeout 1 status", "agree first --timeout=1", "--json --timeout 1 list"}) {
-        const CliRun run = Cli(line);
-        EXPECT_TRUE(run.status == 4 && run.out.empty() && run.ErrIsOneLine()) << line << ": " << run.err;
-        EXPECT_NE(run.err.find("did not answer within 1 second (--timeout)"), std::string::npos) << run.err;
+        ExpectFailure(line, 4, "did not answer within 1 second (--timeout)");
     }
 }
 
@@ -343,21 +264,20 @@ TEST_F(TheTermsCli, ExplainsRefusalsAndMistakesInPlainWords) {
     service.SetReply("dravik get error info",
                      testbed::FakeReply::WithBody(
                          ParsedJson(R"({"result":false,"errorcode":3,"errorreason":4,"errormessage":"no network"})")));
-    const std::pair<const char*, const char*> kCases[] = {
-        {"disagree first", R"(refused the withdrawal of the agreement to "first" (the service's log says why).)"},
-        {"agree first second", R"(refused the agreement to "first", "second" (the service's log says why).)"},
-        {"country set ZZ", R"(refused the country code "ZZ" (the service's log says why).)"},
-        {"check --info", "failed with error code 3 and reason 4: no network."},
-        {"list extra", R"(list takes no operands, so "extra" is one too many)"},
-        {"show a b", R"(show takes only <id>, so "b" is one too many)"},
-        {"agree", "agree needs <id>... or --all or --none or --json OBJECT"},
-        {"--timeout -1 status", "--timeout must be a whole number from 0 to 86400"},
+    const std::tuple<const char*, int, const char*, const char*> kCases[] = {
+        {"disagree first", 1, R"(refused the withdrawal of the agreement to "first" (the service's log says why).)",
+         "ID     RESULT\nfirst  refused\n"},
+        {"agree first second", 1, R"(refused the agreement to "first", "second" (the service's log says why).)",
+         "ID      RESULT\nfirst   refused\nsecond  refused\n"},
+        {"country set ZZ", 1, R"(refused the country code "ZZ" (the service's log says why).)", ""},
+        {"check --info", 1, "failed with error code 3 and reason 4: no network.",
+         "The service's check failed.\n  error code:   3\n  error reason: 4\n  message:      no network\n"},
+        {"list extra", 2, R"(list takes no operands, so "extra" is one too many)", ""},
+        {"show a b", 2, R"(show takes only <id>, so "b" is one too many)", ""},
+        {"agree", 2, "agree needs <id>... or --all or --none or --json OBJECT", ""},
+        {"--timeout -1 status", 2, "--timeout must be a whole number from 0 to 86400", ""},
     };
-    for (const auto& [line, sentence] : kCases) {
-        const CliRun run = Cli(line);
-        EXPECT_TRUE(run.status != 0 && run.ErrIsOneLine() && run.err.find(sentence) != std::string::npos)
-            << line << " -> " << run.err;
-    }
+    for (const auto& [line, status, sentence, out] : kCases) ExpectFailure(line, status, sentence, out);
 }
 
 TEST_F(TheTermsCli, TellsAStoreItCannotReadFromAnAnswerOfNo) {
@@ -365,9 +285,7 @@ TEST_F(TheTermsCli, TellsAStoreItCannotReadFromAnAnswerOfNo) {
         fs::create_directories(fs::path(store.Root()) / key);  // exists, but cannot be read as a value
     }
     for (const char* line : {"agreement first", "exists first", "title 0", "titles"}) {
-        const CliRun run = Cli(line);
-        EXPECT_TRUE(run.status == 1 && run.out.empty() && run.ErrIsOneLine()) << line << ": " << run.out << run.err;
-        EXPECT_NE(run.err.find("store cannot be read (db/veranti/"), std::string::npos) << run.err;
+        const ProgramRun run = ExpectFailure(line, 1, "store cannot be read (db/veranti/");
         EXPECT_NE(run.err.find(std::strerror(EISDIR)), std::string::npos) << run.err;
     }
     fs::remove_all(fs::path(store.Root()) / "db");
@@ -376,7 +294,8 @@ TEST_F(TheTermsCli, TellsAStoreItCannotReadFromAnAnswerOfNo) {
 
 TEST_F(TheTermsCli, FailsWhenItsOutputCannotBeWritten) {
     for (const char* line : {"titles", "--json status", "--help", "status"}) {
-        const CliRun run = CliInShell(std::string(line) + " >/dev/full");
+        const ProgramRun run =
+            testbed::RunProgram({"/bin/sh", "-c", TERMS_CLI_PATH " " + std::string(line) + " >/dev/full"});
         EXPECT_EQ(run.status, 1) << line;
         EXPECT_NE(run.err.find("cannot write to standard output: " + std::string(std::strerror(ENOSPC))),
                   std::string::npos)
@@ -399,7 +318,7 @@ TEST_F(TheTermsCli, CompletesCommandsGroupMembersAndOptionsFromItsOwnHelp) {
     for (const auto& [words, offered] : kCases) {
         const std::string script = std::string("source " TERMS_CLI_COMPLETION "; COMP_WORDS=(" TERMS_CLI_PATH " ") +
                                    words + "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _terms_cli; echo ${COMPREPLY[*]}";
-        EXPECT_EQ(RunToEnd({"/bin/bash", "-c", script}).out, std::string(offered) + "\n") << words;
+        EXPECT_EQ(testbed::RunProgram({"/bin/bash", "-c", script}).out, std::string(offered) + "\n") << words;
     }
 }
 
@@ -414,14 +333,17 @@ protected:
         Restart();
     }
     void TearDown() override { EXPECT_EQ(m_Sim->Stop(), 0); }  // still serving; under sanitizers: no leak
-    void Restart(std::vector<std::string> args = {}, bool captureErrors = false) {
+    void Restart(const std::vector<std::string>& args = {}) {
         EXPECT_EQ(m_Sim ? m_Sim->Stop() : 0, 0);
-        args.insert(args.end(), {"--catalogue", m_Dir / "catalogue.json", "--store-root", m_Store.Root(), "--set-dir",
-                                 m_Dir / "set", "--usb-dir", m_Dir / "usb"});
-        m_Sim = std::make_unique<SimProcess>(args, TERMS_SERVICE_SIM_PATH, captureErrors);
-        ASSERT_TRUE(m_Sim->serving);
+        m_Sim = StartSimulator(args);
+        ASSERT_TRUE(m_Sim->AwaitOutput("serving "));
     }
 
+    std::unique_ptr<testbed::ChildProcess> StartSimulator(std::vector<std::string> args) const {
+        args.insert(args.begin(), {TERMS_SERVICE_SIM_PATH, "--catalogue", m_Dir / "catalogue.json", "--store-root",
+                                   m_Store.Root(), "--set-dir", m_Dir / "set", "--usb-dir", m_Dir / "usb"});
+        return std::make_unique<testbed::ChildProcess>(args);
+    }
     static CVerantiAPI& Api() { return *CVerantiAPI::GetInstance(); }
     // As the library reads it from the store, without asking the service.
     static int Agreement(const char* id) { return ::GetDisclaimerItemAgreement(id); }
@@ -439,7 +361,7 @@ protected:
 
     testbed::TempStore m_Store;
     const fs::path m_Dir = fs::path(m_Store.Root()) / "sim";
-    std::unique_ptr<SimProcess> m_Sim;
+    std::unique_ptr<testbed::ChildProcess> m_Sim;
 };
 
 TEST_F(ARunningSimulator, AnswersTheClassAndTheCFunctionsWithTheCatalogueContent) {
@@ -487,7 +409,7 @@ TEST_F(ARunningSimulator, RecordsAgreementsThatTheDirectStoreQueryReadsBack) {
     EXPECT_EQ(Agreement("base") + Agreement("child") + Agreement("note") * 10, 2);
     EXPECT_EQ(Cli("disagree --all").status + Agreement("extra"), 0);
     EXPECT_TRUE(::SetDisclaimerItemsAgreements(R"({"base":"true"})") &&
-                Cli("--json agreement base").JsonOut()["agreed"].asBool());
+                CliJson("--json agreement base")["agreed"].asBool());
 }
 
 // The simulator reads the stored agreements as the library does; what neither can read stays as it is.
@@ -508,8 +430,8 @@ TEST_F(ARunningSimulator, ReadsStoredAgreementsAsTheLibraryDoesAndNeverRewritesW
         } else {
             ASSERT_EQ(mkfifo(key.c_str(), 0600), 0);
         }
-        const bool listed = Cli("--json list --requester 1").JsonOut()["disclaimers"][1]["is_agreed"].asBool();
-        EXPECT_EQ(Cli("--json agreement base").JsonOut()["agreed"].asBool(), listed);
+        const bool listed = CliJson("--json list --requester 1")["disclaimers"][1]["is_agreed"].asBool();
+        EXPECT_EQ(CliJson("--json agreement base")["agreed"].asBool(), listed);
         const Json::Value refusal =
             Raw("", R"({"method":"set one agreement","product_type":"TV","request_item":"child","is_agreed":true})");
         if (readable) {
@@ -536,7 +458,7 @@ TEST_F(ARunningSimulator, KeepsCountryTextsTitlesAndAgreementsAcrossARestart) {
     ASSERT_EQ(Api().GetDisclaimerDetail("base", item, "TV"), 0);
     EXPECT_EQ(item.strTitle + " / " + item.strIntro + " / " + item.strVersion, "Grundlage – 기본 / Read me / 1.1");
     EXPECT_NE(Cli("show base").out.find("  sections:\n    S1\n      D1\n"), std::string::npos);
-    EXPECT_EQ(Cli("--json list").JsonOut()["disclaimers"][0]["id"], "bb_only");
+    EXPECT_EQ(CliJson("--json list")["disclaimers"][0]["id"], "bb_only");
     EXPECT_EQ(Cli("title 0").out + Cli("store get db/veranti/country_code").out, "Bé\nBB\n");
 }
 
@@ -593,21 +515,20 @@ TEST_F(ARunningSimulator, AnswersBadRequestsSentRawWithAReasonAndChangesNothing)
 
 TEST_F(ARunningSimulator, RefusesToStartOnAnOwnedNameUnlessToldToReplaceItsOwner) {
     const std::vector<std::string> sim = {TERMS_SERVICE_SIM_PATH, "--catalogue", m_Dir / "catalogue.json"};
-    const CliRun second = RunToEnd(sim);
+    const ProgramRun second = testbed::RunProgram(sim);
     EXPECT_TRUE(second.status == 1 &&
                 second.err.find(std::string(kBusName) + " already has an owner") != std::string::npos)
         << second.err;
     for (const char* name : {"no-dots", "bad..name", ":1.5", "9starts.with.digit"}) {
         std::vector<std::string> bad = sim;
         bad.insert(bad.end(), {"--bus-name", name});
-        const CliRun run = RunToEnd(bad);
+        const ProgramRun run = testbed::RunProgram(bad);
         EXPECT_TRUE(run.status == 2 && run.err.find("is not a bus name a service can own") != std::string::npos &&
                     run.err.find("CRITICAL") == std::string::npos)
             << name << ": " << run.err;
     }
-    auto replacing = std::make_unique<SimProcess>(
-        std::vector<std::string>{"--replace", "--catalogue", m_Dir / "catalogue.json"}, TERMS_SERVICE_SIM_PATH, true);
-    ASSERT_TRUE(replacing->serving);
+    auto replacing = StartSimulator({"--replace"});
+    ASSERT_TRUE(replacing->AwaitOutput("serving "));
     EXPECT_EQ(m_Sim->Wait(), 3);  // the first one: another process took the name
     std::swap(m_Sim, replacing);
     EXPECT_TRUE(Api().IsServiceAvailable());
@@ -616,12 +537,13 @@ TEST_F(ARunningSimulator, RefusesToStartOnAnOwnedNameUnlessToldToReplaceItsOwner
 // As systemd does with the unit (Restart=on-failure): a service that exits because the bus went away is
 // started again once the bus is back, and answers.
 TEST_F(ARunningSimulator, SaysTheBusWentAwayAndServesAgainWhenRestartedAfterTheBus) {
-    SimProcess echo({"test.tools.echo"}, ECHO_SERVER_PATH, true);
-    ASSERT_TRUE(echo.serving);
+    testbed::ChildProcess echo({ECHO_SERVER_PATH, "test.tools.echo"});
+    ASSERT_TRUE(echo.AwaitOutput("serving "));
     testbed::PrivateBus::Current()->Stop();
     EXPECT_EQ(m_Sim->Wait(), 4);
-    EXPECT_EQ(echo.Wait(), 4);
-    EXPECT_NE(echo.Errors().find("the bus went away"), std::string::npos);
+    const testbed::ProgramRun echoed = echo.Finish();
+    EXPECT_EQ(echoed.status, 4);
+    EXPECT_NE(echoed.err.find("the bus went away"), std::string::npos);
     testbed::PrivateBus::Current()->Start();
     m_Sim.reset();
     Restart();
@@ -636,17 +558,17 @@ TEST(TheEchoServer, SaysSoAndExitsWhenItCannotOwnItsName) {
                                     "RequestName", g_variant_new("(su)", "test.tools.kept", 0u), G_VARIANT_TYPE("(u)"),
                                     G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
     ASSERT_TRUE(owned);
-    SimProcess echo({"test.tools.kept"}, ECHO_SERVER_PATH, true);
-    EXPECT_FALSE(echo.serving);
-    EXPECT_EQ(echo.Wait(), 1);
-    EXPECT_NE(echo.Errors().find("cannot own test.tools.kept"), std::string::npos);
+    testbed::ChildProcess echo({ECHO_SERVER_PATH, "test.tools.kept"});
+    EXPECT_FALSE(echo.AwaitOutput("serving "));
+    const testbed::ProgramRun ended = echo.Finish();
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_NE(ended.err.find("cannot own test.tools.kept"), std::string::npos);
 }
 
 TEST_F(ARunningSimulator, ReloadsItsCatalogueOnSighupAndKeepsTheOneInUseWhenTheNewOneIsBad) {
-    Restart({}, true);
     const auto reload = [this](const std::string& text) {
         g_file_set_contents((m_Dir / "catalogue.json").c_str(), text.c_str(), -1, nullptr);
-        g_subprocess_send_signal(m_Sim->process, SIGHUP);
+        m_Sim->Signal(SIGHUP);
         return m_Sim->ErrorLine();
     };
     const auto titleOf = [](const char* id) {

@@ -35,7 +35,7 @@
 static const char DEFAULT_ROOT[] = "/var/lib/veranti/vconf";
 /* '~' never appears in a key, so a temporary file can never be taken for one. */
 static const char TEMP_PREFIX[] = ".vconf~";
-enum { TEMP_NAME_SIZE = 64, TEMP_NAME_ATTEMPTS = 100, SET_ATTEMPTS = 3 };
+enum { TEMP_NAME_SIZE = 64, TEMP_NAME_ATTEMPTS = 100, SET_ATTEMPTS = 100 };
 
 static int is_key_char(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '-' ||
@@ -362,7 +362,9 @@ VCONF_EXPORT int vconf_set_str(const char* in_key, const char* strval) {
     }
     if (check_key(in_key) != 0) return -1;
     int result = -1;
-    /* ENOENT: an unset removed an emptied directory meanwhile; make it again. */
+    /* ENOENT: an unset removed an emptied directory meanwhile; make it again.
+     * Writers that empty the same directory over and over can cause this
+     * several times in a row, so the bound is generous. */
     for (int attempt = 0; attempt < SET_ATTEMPTS; ++attempt) {
         int dir = open_key_directory(in_key, directory_depth(in_key), 1);
         result = dir < 0 ? -1 : replace_file(dir, leaf_name(in_key), strval);

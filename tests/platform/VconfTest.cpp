@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -157,6 +158,51 @@ TEST(AConfigurationStore, LeavesNothingOfKilledWritersBehindOnceTheNextWriteIsDo
     ASSERT_EQ(vconf_set_str("db/killed/value", "last"), 0);
     EXPECT_EQ(Entries(store.Root() + "/db/killed"), std::vector<std::string>{"value"});
     EXPECT_EQ(Get("db/killed/value"), "last");
+}
+
+struct ToolRun {
+    int status;
+    std::string out, err;
+};
+
+// Runs vconftool with `arguments` (shell words) on the current store.
+ToolRun RunVconftool(const std::string& arguments, const std::string& scratch) {
+    const std::string out = scratch + "/out", err = scratch + "/err";
+    const int status = std::system((std::string(VCONFTOOL) + " " + arguments + " >" + out + " 2>" + err).c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, Contents(out), Contents(err)};
+}
+
+TEST(Vconftool, GetsSetsAndUnsetsKeysAndSaysWhyItCannot) {
+    const testbed::TempStore store;
+    const testbed::TempStore scratch;  // for the tool's output; VCONF_ROOT is `store` again below
+    setenv("VCONF_ROOT", store.Root().c_str(), 1);
+    fs::create_directory_symlink(scratch.Root(), store.Root() + "/l");
+    const struct {
+        const char* arguments;
+        int status;
+        const char* out;
+        const char* err;
+    } cases[] = {
+        {"--help", 0, "Usage: vconftool get KEY", ""},
+        {"frobnicate db/a", 2, "", "unknown command"},
+        {"get 'a b'", 2, "", "is not a valid key"},
+        {"get db/a", 1, "", "key \"db/a\" is not set"},
+        {"set db/a 'two words'", 0, "", ""},
+        {"get db/a", 0, "two words\n", ""},
+        {"set db/b - </dev/null", 0, "", ""},
+        {"get db/b", 0, "\n", ""},
+        {"unset db/a", 0, "", ""},
+        {"get db/a", 1, "", "is not set"},
+        {"set l/x v", 3, "", "cannot set \"l/x\": a part of the key is a symbolic link"},
+        {"get l/x", 3, "", "cannot read \"l/x\": a part of the key is a symbolic link"},
+    };
+    for (const auto& expected : cases) {
+        const ToolRun run = RunVconftool(expected.arguments, scratch.Root());
+        EXPECT_EQ(run.status, expected.status) << expected.arguments;
+        EXPECT_EQ(run.out.find(expected.out), 0u) << expected.arguments << ": " << run.out;
+        EXPECT_NE(run.err.find(expected.err), std::string::npos) << expected.arguments << ": " << run.err;
+    }
+    EXPECT_EQ(Entries(scratch.Root()).size(), 2u) << "beyond the link: only the tool's output and error files";
 }
 
 }  // namespace

@@ -30,19 +30,11 @@ inline bool Eventually(const std::function<bool()>& condition) {
     return condition();
 }
 
-inline std::string NestedArrays(size_t depth) {
-    return std::string(depth, '[') + std::string(depth, ']');
-}
-
 // Plain JSON string content, marked every 64 bytes so that a lost or moved chunk shows.
 inline std::string Filler(size_t size) {
     std::string text(size, 'x');
     for (size_t i = 0; i < size; i += 64) text[i] = static_cast<char>('a' + i / 64 % 26);
     return text;
-}
-
-inline bool IsValidUtf8(const std::string& text) {
-    return g_utf8_validate(text.data(), text.size(), nullptr);
 }
 
 inline std::string ReadFile(const std::string& path) {

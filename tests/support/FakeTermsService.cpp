@@ -38,6 +38,12 @@ GVariant* ReplyValue(const FakeReply& reply) {
     return g_variant_new("(suss@a(y))", "fake", 0u, "", text.c_str(), payload);
 }
 
+std::string StringAt(GVariant* tuple, gsize index) {
+    const gchar* text = nullptr;
+    g_variant_get_child(tuple, index, "&s", &text);
+    return text;
+}
+
 template <typename Predicate>
 std::vector<ReceivedRequest> Matching(std::vector<ReceivedRequest> requests, Predicate matches) {
     requests.erase(std::remove_if(requests.begin(), requests.end(), std::not_fn(matches)), requests.end());
@@ -57,32 +63,6 @@ FakeReply FakeReply::Result(bool result) {
     Json::Value body(Json::objectValue);
     body["result"] = result;
     return WithBody(body);
-}
-
-FakeReply FakeReply::WithBody(Json::Value body) {
-    FakeReply reply;
-    reply.body = std::move(body);
-    return reply;
-}
-
-FakeReply FakeReply::NotJson(std::string text) {
-    FakeReply reply;
-    reply.kind = Kind::Text;
-    reply.text = std::move(text);
-    return reply;
-}
-
-FakeReply FakeReply::NoReply() {
-    FakeReply reply;
-    reply.kind = Kind::None;
-    return reply;
-}
-
-FakeReply FakeReply::Error(std::string name) {
-    FakeReply reply;
-    reply.kind = Kind::DbusError;
-    reply.errorName = std::move(name);
-    return reply;
 }
 
 // The bus side lives in `context`, which `thread` runs while the service is started.
@@ -188,18 +168,8 @@ struct FakeTermsService::Impl {
     static void OnMethodCall(GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar* method,
                              GVariant* params, GDBusMethodInvocation* invocation, gpointer data) {
         auto* impl = static_cast<Impl*>(data);
-        ReceivedRequest request;
-        request.busMethod = method;
-        const gchar* from = nullptr;
-        const gchar* type = nullptr;
-        const gchar* text = nullptr;
-        g_variant_get_child(params, 0, "&s", &from);
+        ReceivedRequest request{method, StringAt(params, 0), 0, StringAt(params, 2), StringAt(params, 3), {}};
         g_variant_get_child(params, 1, "u", &request.code);
-        g_variant_get_child(params, 2, "&s", &type);
-        g_variant_get_child(params, 3, "&s", &text);
-        request.from = from;
-        request.protocol = type;
-        request.bodyText = text;
         std::istringstream stream(request.bodyText);
         if (!Json::parseFromStream(Json::CharReaderBuilder(), stream, &request.body, nullptr)) request.body = {};
         const FakeReply reply = impl->ChooseReply(request);

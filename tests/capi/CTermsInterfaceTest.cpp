@@ -135,7 +135,8 @@ TEST_F(ATermsItemConversion, StartsFromAllZeroFieldsAndTurnsEveryEmptyTextIntoNu
     EXPECT_TRUE(Logged(logs, "empty", kWarn, kRed));
 }
 
-TEST_F(ATermsItemConversion, LeavesNothingBehindWhenDestroyedTwiceButKeepsTheNumbers) {
+// Records handed to callbacks leave the array unset when they have no entries.
+TEST_F(ATermsItemConversion, LeavesNothingBehindWhenDestroyedTwiceButKeepsTheNumbersAndAnArrayWithoutEntries) {
     Item full;
     full.strAgreeDependency = "dependency";
     full.nOrder = 3;
@@ -150,15 +151,9 @@ TEST_F(ATermsItemConversion, LeavesNothingBehindWhenDestroyedTwiceButKeepsTheNum
 
     EXPECT_EQ(Pointers(), kNone);
     EXPECT_EQ(Numbers(), (std::vector<int>{3, 1, 0, 0, 1, 0}));
-}
-
-// Records handed to callbacks leave the array unset when they have no entries.
-TEST_F(ATermsItemConversion, LeavesADetailArrayWithoutEntriesUntouched) {
     char* entries[1] = {nullptr};
     record.ppDetailData = entries;
-
     DestroyTermItem(&record);
-
     EXPECT_EQ(record.ppDetailData, entries);
     record.ppDetailData = nullptr;
 }

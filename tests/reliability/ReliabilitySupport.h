@@ -74,12 +74,11 @@ public:
         for (std::string& arg : m_Args) argv.push_back(arg.data());
         argv.push_back(nullptr);
         gchar** env = g_environ_setenv(g_get_environ(), "DLOG_OUTPUT", ("file:" + m_Log).c_str(), TRUE);
-        if ((m_Pid = fork()) == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            _exit(execve(argv[0], argv.data(), env));
-        }
+        const bool spawned = g_spawn_async(
+            nullptr, argv.data(), env, G_SPAWN_DO_NOT_REAP_CHILD, [](gpointer) { prctl(PR_SET_PDEATHSIG, SIGKILL); },
+            nullptr, &m_Pid, nullptr);
         g_strfreev(env);
-        return m_Pid > 0 && Eventually([this] { return Log().find("serving com.velmora") != std::string::npos; });
+        return spawned && Eventually([this] { return Log().find("serving com.velmora") != std::string::npos; });
     }
     // Sends the signal and waits for the process to end.
     void Kill(int signal) {

@@ -147,20 +147,11 @@ struct FakeTermsService::Impl {
     }
 
     void AnswerLater(GDBusMethodInvocation* invocation, const FakeReply& reply) {
-        struct Later {
-            Impl* impl;
-            GDBusMethodInvocation* invocation;
-            FakeReply reply;
-        };
+        using Later = std::function<void()>;
         GSource* source = g_timeout_source_new(reply.delayMs);
         g_source_set_callback(
-            source,
-            [](gpointer data) -> gboolean {
-                auto* later = static_cast<Later*>(data);
-                later->impl->Answer(later->invocation, later->reply);
-                return G_SOURCE_REMOVE;
-            },
-            new Later{this, invocation, reply}, [](gpointer data) { delete static_cast<Later*>(data); });
+            source, [](gpointer later) { return (*static_cast<Later*>(later))(), G_SOURCE_REMOVE; },
+            new Later([=] { Answer(invocation, reply); }), [](gpointer later) { delete static_cast<Later*>(later); });
         g_source_attach(source, context);
         g_source_unref(source);
     }

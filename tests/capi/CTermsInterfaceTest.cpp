@@ -1,8 +1,7 @@
-// The C terms interface: the C scenarios of CTermsScenarios.c end to end
-// against the fake terms-client service, and the record conversions.
+// The C terms interface end to end against the fake terms-client service, through the shared library as a C
+// caller uses it (tests/abi shows that C and C++ see the same records), and the record conversions.
 #include <cstring>
 
-#include "CTermsScenarios.h"
 #include "ClientTestBed.h"
 #include "TermsAPIInternal.h"
 
@@ -12,7 +11,7 @@ using namespace clienttest;
 using testbed::FakeReply;
 using testbed::ReceivedRequest;
 
-// The disclaimer that scenario_detail expects; button9 and button10 are left out.
+// The disclaimer of ExpectTheSample; button9 and button10 are left out.
 const char kSampleReply[] = R"({"result":true,"id":"privacy-notice","order":7,"version":"3.1","title":"Privacy Notice",
   "intro":"How the set uses what you watch","agree_dependency":"terms-of-use","is_agreed":true,"only_notice":false,
   "details":"[{\"title\":\"Scope\",\"data\":\"Viewing history\"},{\"data\":\"Kept for one year\"}]","ppused":true,
@@ -36,13 +35,67 @@ testbed::FakeTermsService::Handler Catalogue(int count) {
     };
 }
 
-class TheCTermsInterface : public ClientTestBed {};
+// The record the callback is handed for kSampleReply: its texts, null where the reply has none, and two sections,
+// the second without a title.
+void ExpectTheSample(const TermsContentItem& item) {
+    const char* const texts[][2] = {{item.strItemId, "privacy-notice"},
+                                    {item.strVersion, "3.1"},
+                                    {item.strTitle, "Privacy Notice"},
+                                    {item.strIntro, "How the set uses what you watch"},
+                                    {item.strDetails, R"([{"title":"Scope","data":"Viewing history"},)"
+                                                      R"({"data":"Kept for one year"}])"},
+                                    {item.strButton1, "Agree"},
+                                    {item.strButton2, "Disagree"},
+                                    {item.strButton3, "Details"},
+                                    {item.strButton4, "Back"},
+                                    {item.strButton5, "Next"},
+                                    {item.strButton6, "Later"},
+                                    {item.strButton7, "Help"},
+                                    {item.strButton8, "Close"},
+                                    {item.strButton9, nullptr},
+                                    {item.strButton10, nullptr},
+                                    {item.strAgreeDependency, "terms-of-use"}};
+    for (const auto& [actual, expected] : texts) EXPECT_STREQ(actual, expected);
+    EXPECT_EQ((std::vector<int>{item.nOrder, item.bIsAgreed, item.bOnlyNotice, item.bPPUsed, item.bReverse}),
+              (std::vector<int>{7, 1, 0, 1, 0}));
+    ASSERT_EQ(item.nDetailDataCount, 4);
+    const char* const sections[] = {"Scope", "Viewing history", nullptr, "Kept for one year"};
+    for (int i = 0; i < 4; ++i) EXPECT_STREQ(item.ppDetailData[i], sections[i]);
+}
+
+// The callbacks count their calls in user_data; each detail call is made again without a callback.
+class TheCTermsInterface : public ClientTestBed {
+protected:
+    int Detail(const char* id) {
+        int calls = 0;
+        GetDisclaimerDetail(
+            id, [](TermsContentItem* item, void* calls) { ExpectTheSample(*item), ++*static_cast<int*>(calls); },
+            &calls);
+        GetDisclaimerDetail(id, nullptr, nullptr);
+        return calls;
+    }
+    // The ids the one callback was handed, in list order, with their orders checked against their positions.
+    std::vector<std::string> AllDetails(TermsRequester requester) {
+        std::vector<std::string> ids;
+        GetAllDisclaimerDetail(
+            requester,
+            [](TermsContentItem** items, int count, void* ids) {
+                auto& listed = *static_cast<std::vector<std::string>*>(ids);
+                EXPECT_TRUE(listed.empty() && count > 0) << "one call, with disclaimers";
+                for (int i = 0; i < count; ++i)
+                    listed.push_back(items[i]->strItemId + std::string(":") + std::to_string(items[i]->nOrder - i));
+            },
+            &ids);
+        GetAllDisclaimerDetail(requester, nullptr, nullptr);
+        return ids;
+    }
+};
 
 TEST_F(TheCTermsInterface, HandsAKnownDisclaimerToTheCallbackOnceWithEveryFieldAndAnUnknownOneNever) {
     service.SetHandler(Catalogue(0));
 
-    EXPECT_EQ(scenario_detail("privacy-notice", 1), 0);
-    EXPECT_EQ(scenario_detail("ghost", 0), 0);
+    EXPECT_EQ(Detail("privacy-notice"), 1);
+    EXPECT_EQ(Detail("ghost"), 0);
 
     EXPECT_EQ(service.RequestsNamed("get disclaimer by term id").at(0).body["product_type"], "TV");
     EXPECT_TRUE(Logged(logs, "There is no id[ghost]", kWarn, kRed));
@@ -54,7 +107,9 @@ TEST_F(TheCTermsInterface, HandsAllDisclaimersToTheCallbackOnceInListOrderAsking
     for (const auto& c : cases) {
         service.ClearRequests();
         service.SetHandler(Catalogue(c[2]));
-        EXPECT_EQ(scenario_all_details(static_cast<TermsRequester>(c[0]), c[2]), 0) << c[0];
+        std::vector<std::string> expected;
+        for (int i = 0; i < c[2]; ++i) expected.push_back("disclaimer-" + std::to_string(i) + ":0");
+        EXPECT_EQ(AllDetails(static_cast<TermsRequester>(c[0])), expected) << c[0];
         EXPECT_EQ(service.RequestsNamed("get disclaimer by order").size(), 2u * c[2]) << c[0];
         for (const ReceivedRequest& request : service.RequestsBesidesAvailability()) {
             EXPECT_EQ(request.body["requester"], c[1]) << c[0] << " in " << request.Name();
@@ -66,18 +121,28 @@ TEST_F(TheCTermsInterface, HandsAllDisclaimersToTheCallbackOnceInListOrderAsking
 }
 
 TEST_F(TheCTermsInterface, ReturnsTheWebViewHeaderAsCompactTextOrTheTextNullOnFailure) {
+    const auto header = [] {
+        char* text = GetInfoForDisclaimerWebView();
+        const std::string copy = text ? text : "(null)";
+        free(text);
+        return copy;
+    };
     Reply("get information for web view disclaimer", R"({"result":true,"headerData":{"lang":"en","step":2}})");
-    EXPECT_EQ(scenario_web_view_header(R"({"lang":"en","step":2})"), 0);
+    EXPECT_EQ(header(), R"({"lang":"en","step":2})");
     EXPECT_TRUE(Logged(logs, R"(GetWebDiscliamerHeaderData {{"lang":"en","step":2}})", kError, kRed, kSystemBuffer));
 
     service.SetReply("get information for web view disclaimer", FakeReply::Error());
-    EXPECT_EQ(scenario_web_view_header("null"), 0);
+    EXPECT_EQ(header(), "null");
 }
 
 TEST_F(TheCTermsInterface, AnswersStoredAgreementsAndRefusesBadInputsWithoutAskingTheService) {
     store.Set(kAgreementKey, R"({"agreed":"true","declined":"false"})");
 
-    EXPECT_EQ(scenario_without_service(), 0);
+    for (const auto& [id, exists, agreed] : {std::tuple("agreed", 1, 1), {"declined", 1, 0}, {"unknown", 0, 0}})
+        EXPECT_EQ(std::make_pair(IsDisclaimerItemExist(id), GetDisclaimerItemAgreement(id)), std::pair(exists, agreed));
+    EXPECT_EQ((std::vector<int>{RequestUpdateDisclaimers(nullptr), SetDisclaimerItemsAgreements(nullptr),
+                                SetDisclaimerItemsAgreements("abc")}),
+              std::vector<int>(3, 0));
 
     EXPECT_TRUE(service.Requests().empty());
     EXPECT_TRUE(Logged(logs, "empty requester", kInfo, kGreen));

@@ -96,13 +96,12 @@ struct FakeTermsService::Impl {
         registrationId = g_dbus_connection_register_object(connection, ObjectPathOf(busName).c_str(),
                                                            node->interfaces[0], &vtable, this, nullptr, nullptr);
         g_dbus_node_info_unref(node);
-        GVariant* reply = g_dbus_connection_call_sync(
+        g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
             connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
             g_variant_new("(su)", busName.c_str(), 4u /* do not queue */), G_VARIANT_TYPE("(u)"),
             G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
         guint32 owner = 0;  // 1: the primary owner
         if (reply) g_variant_get(reply, "(u)", &owner);
-        if (reply) g_variant_unref(reply);
         return registrationId != 0 && owner == 1;
     }
 

@@ -191,15 +191,11 @@ protected:
 };
 
 // Null texts go out empty, invalid UTF-8 repaired: one well-formed reply whatever the callback did.
-TEST_F(AToolkitPeer, AnswersGdbusCallWithTheCallbacksReplyTheFailureReplyOrAWellFormedOne) {
+TEST_F(AToolkitPeer, IsIntrospectedAndAnswersGdbusBusctlADbusPythonClientAndTheExampleClientWithAWellFormedReply) {
     EXPECT_EQ(GdbusCall(kPeer, "t"), "('peer', uint32 8, 't', 'm', [(byte 0x00,)])\n");
     EXPECT_EQ(GdbusCall(kPeer, "fail"), std::string("('', uint32 0, '', '") + kFailJson + "', [(byte 0x00,)])\n");
     EXPECT_EQ(GdbusCall(kPeer, "badtext"),
               "('\xef\xbf\xbd\xef\xbf\xbd', uint32 0, '', 'ok\xef\xbf\xbd', [(byte 0x00,)])\n");
-    ExpectEcho();
-}
-
-TEST_F(AToolkitPeer, IsIntrospectedAndAnswersBusctlADbusPythonClientAndTheExampleClient) {
     const std::string introspection =
         OutputOf("gdbus introspect --system --dest test.toolkit.peer --object-path /test/toolkit/peer");
     for (const char* part : {"interface test.toolkit.peer {", "SendMessage(in  s from,",
@@ -210,6 +206,7 @@ TEST_F(AToolkitPeer, IsIntrospectedAndAnswersBusctlADbusPythonClientAndTheExampl
               "sussa(y) \"peer\" 42 \"echo\" \"m\" 2 9 1\n");
     EXPECT_EQ(OutputOf("/usr/bin/python3 " PYTHON_PEERS " call test.toolkit.peer"), "peer 7 echo bytes [1, 2, 3]\n");
     EXPECT_EQ(OutputOf(ECHO_EXAMPLE " test.toolkit.example --call test.toolkit.peer echo"), "reply from peer: echo\n");
+    ExpectEcho();
 }
 
 TEST_F(AToolkitPeer, CarriesPayloadsBothWaysButRefusesACallOrReplyTooLargeForTheBusAndStaysConnected) {

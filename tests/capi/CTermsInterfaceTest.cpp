@@ -35,32 +35,30 @@ testbed::FakeTermsService::Handler Catalogue(int count) {
     };
 }
 
+// The texts of a C record in field order, then its detail array.
+std::vector<const void*> PointersOf(const TermsContentItem& r) {
+    return {r.strItemId,  r.strVersion, r.strTitle,    r.strIntro,           r.strDetails,  r.strButton1,
+            r.strButton2, r.strButton3, r.strButton4,  r.strButton5,         r.strButton6,  r.strButton7,
+            r.strButton8, r.strButton9, r.strButton10, r.strAgreeDependency, r.ppDetailData};
+}
+// Order, agreed, only notice, privacy policy used, reverse, detail entries.
+std::vector<int> NumbersOf(const TermsContentItem& r) {
+    return {r.nOrder, r.bIsAgreed, r.bOnlyNotice, r.bPPUsed, r.bReverse, r.nDetailDataCount};
+}
+
 // The record the callback is handed for kSampleReply: its texts, null where the reply has none, and two sections,
 // the second without a title.
 void ExpectTheSample(const TermsContentItem& item) {
-    const char* const texts[][2] = {{item.strItemId, "privacy-notice"},
-                                    {item.strVersion, "3.1"},
-                                    {item.strTitle, "Privacy Notice"},
-                                    {item.strIntro, "How the set uses what you watch"},
-                                    {item.strDetails, R"([{"title":"Scope","data":"Viewing history"},)"
-                                                      R"({"data":"Kept for one year"}])"},
-                                    {item.strButton1, "Agree"},
-                                    {item.strButton2, "Disagree"},
-                                    {item.strButton3, "Details"},
-                                    {item.strButton4, "Back"},
-                                    {item.strButton5, "Next"},
-                                    {item.strButton6, "Later"},
-                                    {item.strButton7, "Help"},
-                                    {item.strButton8, "Close"},
-                                    {item.strButton9, nullptr},
-                                    {item.strButton10, nullptr},
-                                    {item.strAgreeDependency, "terms-of-use"}};
-    for (const auto& [actual, expected] : texts) EXPECT_STREQ(actual, expected);
-    EXPECT_EQ((std::vector<int>{item.nOrder, item.bIsAgreed, item.bOnlyNotice, item.bPPUsed, item.bReverse}),
-              (std::vector<int>{7, 1, 0, 1, 0}));
-    ASSERT_EQ(item.nDetailDataCount, 4);
+    const char* details = R"([{"title":"Scope","data":"Viewing history"},{"data":"Kept for one year"}])";
+    const char* const texts[] = {"privacy-notice", "3.1",   "Privacy Notice", "How the set uses what you watch",
+                                 details,          "Agree", "Disagree",       "Details",
+                                 "Back",           "Next",  "Later",          "Help",
+                                 "Close",          nullptr, nullptr,          "terms-of-use"};
+    const std::vector<const void*> pointers = PointersOf(item);
+    for (size_t i = 0; i < std::size(texts); ++i) EXPECT_STREQ(static_cast<const char*>(pointers[i]), texts[i]) << i;
+    EXPECT_EQ(NumbersOf(item), (std::vector<int>{7, 1, 0, 1, 0, 4}));
     const char* const sections[] = {"Scope", "Viewing history", nullptr, "Kept for one year"};
-    for (int i = 0; i < 4; ++i) EXPECT_STREQ(item.ppDetailData[i], sections[i]);
+    for (int i = 0; i < 4 && item.nDetailDataCount == 4; ++i) EXPECT_STREQ(item.ppDetailData[i], sections[i]);
 }
 
 // The callbacks count their calls in user_data; each detail call is made again without a callback.
@@ -170,32 +168,19 @@ protected:
     }
     void TearDown() override { DestroyTermItem(&record); }
 
-    // The texts in field order, then the detail array.
-    std::vector<const void*> Pointers() const {
-        return {record.strItemId,          record.strVersion,  record.strTitle,   record.strIntro,   record.strDetails,
-                record.strButton1,         record.strButton2,  record.strButton3, record.strButton4, record.strButton5,
-                record.strButton6,         record.strButton7,  record.strButton8, record.strButton9, record.strButton10,
-                record.strAgreeDependency, record.ppDetailData};
-    }
-    // Order, agreed, only notice, privacy policy used, reverse, detail entries.
-    std::vector<int> Numbers() const {
-        return {record.nOrder,  record.bIsAgreed, record.bOnlyNotice,
-                record.bPPUsed, record.bReverse,  record.nDetailDataCount};
-    }
-
     const std::vector<const void*> kNone = std::vector<const void*>(17, nullptr);
     TermsContentItem record;
     testbed::LogCapture logs;
 };
 
 TEST_F(ATermsItemConversion, StartsFromAllZeroFieldsAndTurnsEveryEmptyTextIntoNull) {
-    EXPECT_EQ(Pointers(), kNone);
-    EXPECT_EQ(Numbers(), std::vector<int>(6, 0));
+    EXPECT_EQ(PointersOf(record), kNone);
+    EXPECT_EQ(NumbersOf(record), std::vector<int>(6, 0));
 
     Item empty;
     ConvertTermItem(&record, &empty);
 
-    EXPECT_EQ(Pointers(), kNone);
+    EXPECT_EQ(PointersOf(record), kNone);
     EXPECT_EQ(logs.Count("empty"), 16u);
     EXPECT_TRUE(Logged(logs, "empty", kWarn, kRed));
 }
@@ -214,8 +199,8 @@ TEST_F(ATermsItemConversion, LeavesNothingBehindWhenDestroyedTwiceButKeepsTheNum
     DestroyTermItem(&record);
     DestroyTermItem(&record);
 
-    EXPECT_EQ(Pointers(), kNone);
-    EXPECT_EQ(Numbers(), (std::vector<int>{3, 1, 0, 0, 1, 0}));
+    EXPECT_EQ(PointersOf(record), kNone);
+    EXPECT_EQ(NumbersOf(record), (std::vector<int>{3, 1, 0, 0, 1, 0}));
     char* entries[1] = {nullptr};
     record.ppDetailData = entries;
     DestroyTermItem(&record);

@@ -1,8 +1,4 @@
 /* The public C headers compiled as C99 (strict, pedantic). */
 #include "HeaderLayout.h"
-#include "TermsAPI.h"
-#include "TermsDbusAPI.h"
 
-void header_layout_as_c(size_t values[LAYOUT_VALUES]) {
-    HEADER_LAYOUT_FILL(values);
-}
+const size_t header_layout_as_c[HEADER_LAYOUT_VALUES] = HEADER_LAYOUT;

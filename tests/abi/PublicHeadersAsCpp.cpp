@@ -3,21 +3,16 @@
 #include <cstdio>
 
 #include "HeaderLayout.h"
-#include "TermsAPI.h"
-#include "TermsDbusAPI.h"
 
 int main() {
-    size_t asC[LAYOUT_VALUES] = {};
-    size_t asCpp[LAYOUT_VALUES] = {};
-    header_layout_as_c(asC);
-    HEADER_LAYOUT_FILL(asCpp);
+    const size_t asCpp[HEADER_LAYOUT_VALUES] = HEADER_LAYOUT;
     int differences = 0;
-    for (int i = 0; i < LAYOUT_VALUES; ++i) {
-        if (asC[i] != asCpp[i]) {
-            std::fprintf(stderr, "layout value %d: C %zu, C++ %zu\n", i, asC[i], asCpp[i]);
+    for (int i = 0; i < HEADER_LAYOUT_VALUES; ++i) {
+        if (header_layout_as_c[i] != asCpp[i]) {
+            std::fprintf(stderr, "layout value %d: C %zu, C++ %zu\n", i, header_layout_as_c[i], asCpp[i]);
             ++differences;
         }
     }
-    std::printf("%d layout values compared, %d differ\n", static_cast<int>(LAYOUT_VALUES), differences);
+    std::printf("%d layout values compared, %d differ\n", HEADER_LAYOUT_VALUES, differences);
     return differences == 0 ? 0 : 1;
 }

@@ -13,10 +13,6 @@
 # printed with the names demangled.
 set -eu
 
-if [ $# -ne 3 ]; then
-    echo "usage: $0 <nm> <library> <version script>" >&2
-    exit 2
-fi
 nm_tool=$1
 library=$2
 script=$3

@@ -1,8 +1,7 @@
-// The C terms interface: the C scenarios of CTermsScenarios.c end to end
-// against the fake terms-client service, and the record conversions.
+// The C terms interface end to end against the fake terms-client service, through the shared library as a C
+// caller uses it (tests/abi shows that C and C++ see the same records), and the record conversions.
 #include <cstring>
 
-#include "CTermsScenarios.h"
 #include "ClientTestBed.h"
 #include "TermsAPIInternal.h"
 
@@ -12,7 +11,7 @@ using namespace clienttest;
 using testbed::FakeReply;
 using testbed::ReceivedRequest;
 
-// The disclaimer that scenario_detail expects; button9 and button10 are left out.
+// The disclaimer of ExpectTheSample; button9 and button10 are left out.
 const char kSampleReply[] = R"({"result":true,"id":"privacy-notice","order":7,"version":"3.1","title":"Privacy Notice",
   "intro":"How the set uses what you watch","agree_dependency":"terms-of-use","is_agreed":true,"only_notice":false,
   "details":"[{\"title\":\"Scope\",\"data\":\"Viewing history\"},{\"data\":\"Kept for one year\"}]","ppused":true,
@@ -36,13 +35,65 @@ testbed::FakeTermsService::Handler Catalogue(int count) {
     };
 }
 
-class TheCTermsInterface : public ClientTestBed {};
+// The texts of a C record in field order, then its detail array.
+std::vector<const void*> PointersOf(const TermsContentItem& r) {
+    return {r.strItemId,  r.strVersion, r.strTitle,    r.strIntro,           r.strDetails,  r.strButton1,
+            r.strButton2, r.strButton3, r.strButton4,  r.strButton5,         r.strButton6,  r.strButton7,
+            r.strButton8, r.strButton9, r.strButton10, r.strAgreeDependency, r.ppDetailData};
+}
+// Order, agreed, only notice, privacy policy used, reverse, detail entries.
+std::vector<int> NumbersOf(const TermsContentItem& r) {
+    return {r.nOrder, r.bIsAgreed, r.bOnlyNotice, r.bPPUsed, r.bReverse, r.nDetailDataCount};
+}
+
+// The record the callback is handed for kSampleReply: its texts, null where the reply has none, and two sections,
+// the second without a title.
+void ExpectTheSample(const TermsContentItem& item) {
+    const char* details = R"([{"title":"Scope","data":"Viewing history"},{"data":"Kept for one year"}])";
+    const char* const texts[] = {"privacy-notice", "3.1",   "Privacy Notice", "How the set uses what you watch",
+                                 details,          "Agree", "Disagree",       "Details",
+                                 "Back",           "Next",  "Later",          "Help",
+                                 "Close",          nullptr, nullptr,          "terms-of-use"};
+    const std::vector<const void*> pointers = PointersOf(item);
+    for (size_t i = 0; i < std::size(texts); ++i) EXPECT_STREQ(static_cast<const char*>(pointers[i]), texts[i]) << i;
+    EXPECT_EQ(NumbersOf(item), (std::vector<int>{7, 1, 0, 1, 0, 4}));
+    const char* const sections[] = {"Scope", "Viewing history", nullptr, "Kept for one year"};
+    for (int i = 0; i < 4 && item.nDetailDataCount == 4; ++i) EXPECT_STREQ(item.ppDetailData[i], sections[i]);
+}
+
+// The callbacks count their calls in user_data; each detail call is made again without a callback.
+class TheCTermsInterface : public ClientTestBed {
+protected:
+    int Detail(const char* id) {
+        int calls = 0;
+        GetDisclaimerDetail(
+            id, [](TermsContentItem* item, void* calls) { ExpectTheSample(*item), ++*static_cast<int*>(calls); },
+            &calls);
+        GetDisclaimerDetail(id, nullptr, nullptr);
+        return calls;
+    }
+    // The ids the one callback was handed, in list order, with their orders checked against their positions.
+    std::vector<std::string> AllDetails(TermsRequester requester) {
+        std::vector<std::string> ids;
+        GetAllDisclaimerDetail(
+            requester,
+            [](TermsContentItem** items, int count, void* ids) {
+                auto& listed = *static_cast<std::vector<std::string>*>(ids);
+                EXPECT_TRUE(listed.empty() && count > 0) << "one call, with disclaimers";
+                for (int i = 0; i < count; ++i)
+                    listed.push_back(items[i]->strItemId + std::string(":") + std::to_string(items[i]->nOrder - i));
+            },
+            &ids);
+        GetAllDisclaimerDetail(requester, nullptr, nullptr);
+        return ids;
+    }
+};
 
 TEST_F(TheCTermsInterface, HandsAKnownDisclaimerToTheCallbackOnceWithEveryFieldAndAnUnknownOneNever) {
     service.SetHandler(Catalogue(0));
 
-    EXPECT_EQ(scenario_detail("privacy-notice", 1), 0);
-    EXPECT_EQ(scenario_detail("ghost", 0), 0);
+    EXPECT_EQ(Detail("privacy-notice"), 1);
+    EXPECT_EQ(Detail("ghost"), 0);
 
     EXPECT_EQ(service.RequestsNamed("get disclaimer by term id").at(0).body["product_type"], "TV");
     EXPECT_TRUE(Logged(logs, "There is no id[ghost]", kWarn, kRed));
@@ -54,7 +105,9 @@ TEST_F(TheCTermsInterface, HandsAllDisclaimersToTheCallbackOnceInListOrderAsking
     for (const auto& c : cases) {
         service.ClearRequests();
         service.SetHandler(Catalogue(c[2]));
-        EXPECT_EQ(scenario_all_details(static_cast<TermsRequester>(c[0]), c[2]), 0) << c[0];
+        std::vector<std::string> expected;
+        for (int i = 0; i < c[2]; ++i) expected.push_back("disclaimer-" + std::to_string(i) + ":0");
+        EXPECT_EQ(AllDetails(static_cast<TermsRequester>(c[0])), expected) << c[0];
         EXPECT_EQ(service.RequestsNamed("get disclaimer by order").size(), 2u * c[2]) << c[0];
         for (const ReceivedRequest& request : service.RequestsBesidesAvailability()) {
             EXPECT_EQ(request.body["requester"], c[1]) << c[0] << " in " << request.Name();
@@ -66,18 +119,28 @@ TEST_F(TheCTermsInterface, HandsAllDisclaimersToTheCallbackOnceInListOrderAsking
 }
 
 TEST_F(TheCTermsInterface, ReturnsTheWebViewHeaderAsCompactTextOrTheTextNullOnFailure) {
+    const auto header = [] {
+        char* text = GetInfoForDisclaimerWebView();
+        const std::string copy = text ? text : "(null)";
+        free(text);
+        return copy;
+    };
     Reply("get information for web view disclaimer", R"({"result":true,"headerData":{"lang":"en","step":2}})");
-    EXPECT_EQ(scenario_web_view_header(R"({"lang":"en","step":2})"), 0);
+    EXPECT_EQ(header(), R"({"lang":"en","step":2})");
     EXPECT_TRUE(Logged(logs, R"(GetWebDiscliamerHeaderData {{"lang":"en","step":2}})", kError, kRed, kSystemBuffer));
 
     service.SetReply("get information for web view disclaimer", FakeReply::Error());
-    EXPECT_EQ(scenario_web_view_header("null"), 0);
+    EXPECT_EQ(header(), "null");
 }
 
 TEST_F(TheCTermsInterface, AnswersStoredAgreementsAndRefusesBadInputsWithoutAskingTheService) {
     store.Set(kAgreementKey, R"({"agreed":"true","declined":"false"})");
 
-    EXPECT_EQ(scenario_without_service(), 0);
+    for (const auto& [id, exists, agreed] : {std::tuple("agreed", 1, 1), {"declined", 1, 0}, {"unknown", 0, 0}})
+        EXPECT_EQ(std::make_pair(IsDisclaimerItemExist(id), GetDisclaimerItemAgreement(id)), std::pair(exists, agreed));
+    EXPECT_EQ((std::vector<int>{RequestUpdateDisclaimers(nullptr), SetDisclaimerItemsAgreements(nullptr),
+                                SetDisclaimerItemsAgreements("abc")}),
+              std::vector<int>(3, 0));
 
     EXPECT_TRUE(service.Requests().empty());
     EXPECT_TRUE(Logged(logs, "empty requester", kInfo, kGreen));
@@ -105,37 +168,25 @@ protected:
     }
     void TearDown() override { DestroyTermItem(&record); }
 
-    // The texts in field order, then the detail array.
-    std::vector<const void*> Pointers() const {
-        return {record.strItemId,          record.strVersion,  record.strTitle,   record.strIntro,   record.strDetails,
-                record.strButton1,         record.strButton2,  record.strButton3, record.strButton4, record.strButton5,
-                record.strButton6,         record.strButton7,  record.strButton8, record.strButton9, record.strButton10,
-                record.strAgreeDependency, record.ppDetailData};
-    }
-    // Order, agreed, only notice, privacy policy used, reverse, detail entries.
-    std::vector<int> Numbers() const {
-        return {record.nOrder,  record.bIsAgreed, record.bOnlyNotice,
-                record.bPPUsed, record.bReverse,  record.nDetailDataCount};
-    }
-
     const std::vector<const void*> kNone = std::vector<const void*>(17, nullptr);
     TermsContentItem record;
     testbed::LogCapture logs;
 };
 
 TEST_F(ATermsItemConversion, StartsFromAllZeroFieldsAndTurnsEveryEmptyTextIntoNull) {
-    EXPECT_EQ(Pointers(), kNone);
-    EXPECT_EQ(Numbers(), std::vector<int>(6, 0));
+    EXPECT_EQ(PointersOf(record), kNone);
+    EXPECT_EQ(NumbersOf(record), std::vector<int>(6, 0));
 
     Item empty;
     ConvertTermItem(&record, &empty);
 
-    EXPECT_EQ(Pointers(), kNone);
+    EXPECT_EQ(PointersOf(record), kNone);
     EXPECT_EQ(logs.Count("empty"), 16u);
     EXPECT_TRUE(Logged(logs, "empty", kWarn, kRed));
 }
 
-TEST_F(ATermsItemConversion, LeavesNothingBehindWhenDestroyedTwiceButKeepsTheNumbers) {
+// Records handed to callbacks leave the array unset when they have no entries.
+TEST_F(ATermsItemConversion, LeavesNothingBehindWhenDestroyedTwiceButKeepsTheNumbersAndAnArrayWithoutEntries) {
     Item full;
     full.strAgreeDependency = "dependency";
     full.nOrder = 3;
@@ -148,17 +199,11 @@ TEST_F(ATermsItemConversion, LeavesNothingBehindWhenDestroyedTwiceButKeepsTheNum
     DestroyTermItem(&record);
     DestroyTermItem(&record);
 
-    EXPECT_EQ(Pointers(), kNone);
-    EXPECT_EQ(Numbers(), (std::vector<int>{3, 1, 0, 0, 1, 0}));
-}
-
-// Records handed to callbacks leave the array unset when they have no entries.
-TEST_F(ATermsItemConversion, LeavesADetailArrayWithoutEntriesUntouched) {
+    EXPECT_EQ(PointersOf(record), kNone);
+    EXPECT_EQ(NumbersOf(record), (std::vector<int>{3, 1, 0, 0, 1, 0}));
     char* entries[1] = {nullptr};
     record.ppDetailData = entries;
-
     DestroyTermItem(&record);
-
     EXPECT_EQ(record.ppDetailData, entries);
     record.ppDetailData = nullptr;
 }

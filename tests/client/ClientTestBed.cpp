@@ -38,7 +38,7 @@ std::vector<testbed::LogLine> LinesStartingWith(const testbed::LogCapture& logs,
 }
 
 void ClientTestBed::SetUp() {
-    if (m_WithService) service.Start();
+    service.Start();
     api = CVerantiAPI::GetInstance();
     logs.Clear();
 }

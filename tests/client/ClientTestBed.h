@@ -39,7 +39,6 @@ struct OwnedItems {
 
 class ClientTestBed : public ::testing::Test {
 protected:
-    explicit ClientTestBed(bool withService = true) : m_WithService(withService) {}
     void SetUp() override;
     void TearDown() override { CVerantiAPI::Destroy(); }
     // The service answers requests named `name` with this JSON text.
@@ -53,14 +52,6 @@ protected:
     testbed::FakeTermsService service;
     testbed::LogCapture logs;
     CVerantiAPI* api = nullptr;
-
-private:
-    bool m_WithService;
-};
-
-class ClientTestBedWithoutService : public ClientTestBed {
-protected:
-    ClientTestBedWithoutService() : ClientTestBed(false) {}
 };
 
 }  // namespace clienttest

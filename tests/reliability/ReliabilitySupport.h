@@ -30,19 +30,11 @@ inline bool Eventually(const std::function<bool()>& condition) {
     return condition();
 }
 
-inline std::string NestedArrays(size_t depth) {
-    return std::string(depth, '[') + std::string(depth, ']');
-}
-
 // Plain JSON string content, marked every 64 bytes so that a lost or moved chunk shows.
 inline std::string Filler(size_t size) {
     std::string text(size, 'x');
     for (size_t i = 0; i < size; i += 64) text[i] = static_cast<char>('a' + i / 64 % 26);
     return text;
-}
-
-inline bool IsValidUtf8(const std::string& text) {
-    return g_utf8_validate(text.data(), text.size(), nullptr);
 }
 
 inline std::string ReadFile(const std::string& path) {
@@ -82,12 +74,11 @@ public:
         for (std::string& arg : m_Args) argv.push_back(arg.data());
         argv.push_back(nullptr);
         gchar** env = g_environ_setenv(g_get_environ(), "DLOG_OUTPUT", ("file:" + m_Log).c_str(), TRUE);
-        if ((m_Pid = fork()) == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            _exit(execve(argv[0], argv.data(), env));
-        }
+        const bool spawned = g_spawn_async(
+            nullptr, argv.data(), env, G_SPAWN_DO_NOT_REAP_CHILD, [](gpointer) { prctl(PR_SET_PDEATHSIG, SIGKILL); },
+            nullptr, &m_Pid, nullptr);
         g_strfreev(env);
-        return m_Pid > 0 && Eventually([this] { return Log().find("serving com.velmora") != std::string::npos; });
+        return spawned && Eventually([this] { return Log().find("serving com.velmora") != std::string::npos; });
     }
     // Sends the signal and waits for the process to end.
     void Kill(int signal) {

@@ -38,6 +38,12 @@ GVariant* ReplyValue(const FakeReply& reply) {
     return g_variant_new("(suss@a(y))", "fake", 0u, "", text.c_str(), payload);
 }
 
+std::string StringAt(GVariant* tuple, gsize index) {
+    const gchar* text = nullptr;
+    g_variant_get_child(tuple, index, "&s", &text);
+    return text;
+}
+
 template <typename Predicate>
 std::vector<ReceivedRequest> Matching(std::vector<ReceivedRequest> requests, Predicate matches) {
     requests.erase(std::remove_if(requests.begin(), requests.end(), std::not_fn(matches)), requests.end());
@@ -57,32 +63,6 @@ FakeReply FakeReply::Result(bool result) {
     Json::Value body(Json::objectValue);
     body["result"] = result;
     return WithBody(body);
-}
-
-FakeReply FakeReply::WithBody(Json::Value body) {
-    FakeReply reply;
-    reply.body = std::move(body);
-    return reply;
-}
-
-FakeReply FakeReply::NotJson(std::string text) {
-    FakeReply reply;
-    reply.kind = Kind::Text;
-    reply.text = std::move(text);
-    return reply;
-}
-
-FakeReply FakeReply::NoReply() {
-    FakeReply reply;
-    reply.kind = Kind::None;
-    return reply;
-}
-
-FakeReply FakeReply::Error(std::string name) {
-    FakeReply reply;
-    reply.kind = Kind::DbusError;
-    reply.errorName = std::move(name);
-    return reply;
 }
 
 // The bus side lives in `context`, which `thread` runs while the service is started.
@@ -116,13 +96,12 @@ struct FakeTermsService::Impl {
         registrationId = g_dbus_connection_register_object(connection, ObjectPathOf(busName).c_str(),
                                                            node->interfaces[0], &vtable, this, nullptr, nullptr);
         g_dbus_node_info_unref(node);
-        GVariant* reply = g_dbus_connection_call_sync(
+        g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
             connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "RequestName",
             g_variant_new("(su)", busName.c_str(), 4u /* do not queue */), G_VARIANT_TYPE("(u)"),
             G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
         guint32 owner = 0;  // 1: the primary owner
         if (reply) g_variant_get(reply, "(u)", &owner);
-        if (reply) g_variant_unref(reply);
         return registrationId != 0 && owner == 1;
     }
 
@@ -167,20 +146,11 @@ struct FakeTermsService::Impl {
     }
 
     void AnswerLater(GDBusMethodInvocation* invocation, const FakeReply& reply) {
-        struct Later {
-            Impl* impl;
-            GDBusMethodInvocation* invocation;
-            FakeReply reply;
-        };
+        using Later = std::function<void()>;
         GSource* source = g_timeout_source_new(reply.delayMs);
         g_source_set_callback(
-            source,
-            [](gpointer data) -> gboolean {
-                auto* later = static_cast<Later*>(data);
-                later->impl->Answer(later->invocation, later->reply);
-                return G_SOURCE_REMOVE;
-            },
-            new Later{this, invocation, reply}, [](gpointer data) { delete static_cast<Later*>(data); });
+            source, [](gpointer later) { return (*static_cast<Later*>(later))(), G_SOURCE_REMOVE; },
+            new Later([=] { Answer(invocation, reply); }), [](gpointer later) { delete static_cast<Later*>(later); });
         g_source_attach(source, context);
         g_source_unref(source);
     }
@@ -188,18 +158,8 @@ struct FakeTermsService::Impl {
     static void OnMethodCall(GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar* method,
                              GVariant* params, GDBusMethodInvocation* invocation, gpointer data) {
         auto* impl = static_cast<Impl*>(data);
-        ReceivedRequest request;
-        request.busMethod = method;
-        const gchar* from = nullptr;
-        const gchar* type = nullptr;
-        const gchar* text = nullptr;
-        g_variant_get_child(params, 0, "&s", &from);
+        ReceivedRequest request{method, StringAt(params, 0), 0, StringAt(params, 2), StringAt(params, 3), {}};
         g_variant_get_child(params, 1, "u", &request.code);
-        g_variant_get_child(params, 2, "&s", &type);
-        g_variant_get_child(params, 3, "&s", &text);
-        request.from = from;
-        request.protocol = type;
-        request.bodyText = text;
         std::istringstream stream(request.bodyText);
         if (!Json::parseFromStream(Json::CharReaderBuilder(), stream, &request.body, nullptr)) request.body = {};
         const FakeReply reply = impl->ChooseReply(request);

@@ -35,16 +35,18 @@ struct FakeReply {
 
     Kind kind = Kind::Json;
     Shape shape = Shape::WithPayload;
-    Json::Value body;       // Kind::Json
-    std::string text;       // Kind::Text: sent as the fourth member
-    std::string errorName;  // Kind::DbusError
-    int delayMs = 0;        // answer after this many milliseconds
+    Json::Value body{};       // Kind::Json
+    std::string text{};       // Kind::Text: sent as the fourth member
+    std::string errorName{};  // Kind::DbusError
+    int delayMs = 0;          // answer after this many milliseconds
 
     static FakeReply Result(bool result);  // {"result": result}
-    static FakeReply WithBody(Json::Value body);
-    static FakeReply NotJson(std::string text);
-    static FakeReply NoReply();
-    static FakeReply Error(std::string name = "org.freedesktop.DBus.Error.Failed");
+    static FakeReply WithBody(Json::Value body) { return {Kind::Json, Shape::WithPayload, std::move(body)}; }
+    static FakeReply NotJson(std::string text) { return {Kind::Text, Shape::WithPayload, {}, std::move(text)}; }
+    static FakeReply NoReply() { return {Kind::None}; }
+    static FakeReply Error(std::string name = "org.freedesktop.DBus.Error.Failed") {
+        return {Kind::DbusError, Shape::WithPayload, {}, {}, std::move(name)};
+    }
 };
 
 class FakeTermsService {

@@ -1,6 +1,7 @@
 // Defines __dlog_print for the test program; see LogCapture.h.
 #include "LogCapture.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -62,10 +63,9 @@ std::vector<LogLine> LogCapture::Lines() const {
 }
 
 std::vector<LogLine> LogCapture::WithMessage(const std::string& message) const {
-    std::vector<LogLine> found;
-    for (const LogLine& line : Lines()) {
-        if (line.message == message) found.push_back(line);
-    }
+    std::vector<LogLine> found = Lines();
+    found.erase(std::remove_if(found.begin(), found.end(), [&](const LogLine& l) { return l.message != message; }),
+                found.end());
     return found;
 }
 

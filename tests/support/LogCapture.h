@@ -34,7 +34,6 @@ public:
     // Lines whose message equals `message` exactly.
     std::vector<LogLine> WithMessage(const std::string& message) const;
     size_t Count(const std::string& message) const { return WithMessage(message).size(); }
-    bool Has(const std::string& message) const { return Count(message) > 0; }
     void Clear();
 };
 

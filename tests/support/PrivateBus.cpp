@@ -1,6 +1,6 @@
 #include "PrivateBus.h"
 
-#include <fcntl.h>
+#include <glib.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -38,25 +38,21 @@ void PrivateBus::Start() {
     if (!mkdtemp(dirTemplate)) throw std::runtime_error("cannot create a directory for the private bus");
     m_SocketDir = dirTemplate;
 
-    int pipeFds[2];
-    if (pipe2(pipeFds, O_CLOEXEC) != 0) throw std::runtime_error("cannot create a pipe for the private bus");
-    const std::string configArg = std::string("--config-file=") + PRIVATE_BUS_CONFIG;
-    const std::string listenArg = "--address=unix:dir=" + m_SocketDir;
-    const std::string addressArg = "--print-address=" + std::to_string(pipeFds[1]);
-    const pid_t parent = getpid();
-    m_Pid = fork();
-    if (m_Pid == 0) {
-        // The daemon must not outlive the test program, even when it crashes.
+    const std::string config = std::string("--config-file=") + PRIVATE_BUS_CONFIG;
+    const std::string listen = "--address=unix:dir=" + m_SocketDir;
+    const char* argv[] = {"dbus-daemon", config.c_str(),      listen.c_str(), "--nofork",
+                          "--nopidfile", "--print-address=1", nullptr};
+    // The daemon must not outlive the test program, even when it crashes.
+    const auto dieWithParent = [](gpointer parent) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (getppid() != parent) _exit(1);
-        fcntl(pipeFds[1], F_SETFD, 0);
-        execlp("dbus-daemon", "dbus-daemon", configArg.c_str(), listenArg.c_str(), "--nofork", "--nopidfile",
-               addressArg.c_str(), static_cast<char*>(nullptr));
-        _exit(127);
-    }
-    close(pipeFds[1]);
-    const std::string address = m_Pid > 0 ? ReadLine(pipeFds[0]) : std::string();
-    close(pipeFds[0]);
+        if (getppid() != GPOINTER_TO_INT(parent)) _exit(1);
+    };
+    int out = -1;
+    const bool spawned = g_spawn_async_with_pipes(
+        nullptr, const_cast<char**>(argv), nullptr, GSpawnFlags(G_SPAWN_SEARCH_PATH | G_SPAWN_DO_NOT_REAP_CHILD),
+        dieWithParent, GINT_TO_POINTER(getpid()), &m_Pid, nullptr, &out, nullptr, nullptr);
+    const std::string address = spawned ? ReadLine(out) : std::string();
+    if (spawned) close(out);
     if (address.empty()) {
         Stop();
         throw std::runtime_error("dbus-daemon did not start (is the dbus package installed?)");

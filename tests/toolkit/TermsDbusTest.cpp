@@ -126,7 +126,8 @@ TEST(TheServerRegistry, FindsItsOneServerByEitherNameUntilClosedAndRefusesOtherA
 }
 
 // GDBus meets a malformed name with a critical, made fatal here and, by G_DEBUG, in every test of this program.
-TEST(AToolkitServer, RefusesNamesThatDBusRejectsWithoutAGLibCritical) {
+// The interface is named after the bus name, so its introspection text grows with the name.
+TEST(AToolkitServer, RefusesNamesThatDBusRejectsWithoutAGLibCriticalAndServesUnderTheLongestBusName) {
     g_log_set_always_fatal(static_cast<GLogLevelFlags>(G_LOG_FATAL_MASK | G_LOG_LEVEL_CRITICAL));
     TermsDbusMessage msg = MakeRequest("t"), reply{};
     for (const char* busName : {"test.not-a-path", "not a bus name"}) {  // a bad object path, a bad bus name
@@ -134,21 +135,14 @@ TEST(AToolkitServer, RefusesNamesThatDBusRejectsWithoutAGLibCritical) {
         EXPECT_EQ(CreateTermsDbusServer(busName) + SendTermsDbusSignal(kHandle, "Notice", &msg), 0) << busName;
         EXPECT_EQ(CloseTermsDbusServer(kHandle), 1);
     }
-    InProcessServer server{kBusName};
-    EXPECT_EQ(SendTermsDbusSignal(kHandle, "not a member", &msg), 0);
-    EXPECT_EQ(SendTermsDbusSyncMessage(kHandle, "no-dots", &msg, &reply, 1000), 0);
-    EXPECT_EQ(SendTermsDbusSignal(kHandle, "Notice", &msg), 1) << "still serving";
-}
-
-// The interface is named after the bus name, so its introspection text grows with the name.
-TEST(AToolkitServer, ServesUnderTheLongestBusName) {
     const std::string longest = "test." + std::string(250, 'x');  // 255 characters, the bus's limit
     testbed::LogCapture log;
     InProcessServer server(longest.c_str());
     ASSERT_TRUE(server.up);
     EXPECT_EQ(log.Count("parse interface xml fail!"), 0u);
-    TermsDbusMessage msg = MakeRequest("t");
-    EXPECT_EQ(SendTermsDbusSignal(kHandle, "Notice", &msg), 1);
+    EXPECT_EQ(SendTermsDbusSignal(kHandle, "not a member", &msg), 0);
+    EXPECT_EQ(SendTermsDbusSyncMessage(kHandle, "no-dots", &msg, &reply, 1000), 0);
+    EXPECT_EQ(SendTermsDbusSignal(kHandle, "Notice", &msg), 1) << "still serving";
 }
 
 TEST(AToolkitServer, EmitsSignalsWithAndWithoutPayloadButRefusesOneTooLargeForTheBus) {
@@ -197,15 +191,11 @@ protected:
 };
 
 // Null texts go out empty, invalid UTF-8 repaired: one well-formed reply whatever the callback did.
-TEST_F(AToolkitPeer, AnswersGdbusCallWithTheCallbacksReplyTheFailureReplyOrAWellFormedOne) {
+TEST_F(AToolkitPeer, IsIntrospectedAndAnswersGdbusBusctlADbusPythonClientAndTheExampleClientWithAWellFormedReply) {
     EXPECT_EQ(GdbusCall(kPeer, "t"), "('peer', uint32 8, 't', 'm', [(byte 0x00,)])\n");
     EXPECT_EQ(GdbusCall(kPeer, "fail"), std::string("('', uint32 0, '', '") + kFailJson + "', [(byte 0x00,)])\n");
     EXPECT_EQ(GdbusCall(kPeer, "badtext"),
               "('\xef\xbf\xbd\xef\xbf\xbd', uint32 0, '', 'ok\xef\xbf\xbd', [(byte 0x00,)])\n");
-    ExpectEcho();
-}
-
-TEST_F(AToolkitPeer, IsIntrospectedAndAnswersBusctlADbusPythonClientAndTheExampleClient) {
     const std::string introspection =
         OutputOf("gdbus introspect --system --dest test.toolkit.peer --object-path /test/toolkit/peer");
     for (const char* part : {"interface test.toolkit.peer {", "SendMessage(in  s from,",
@@ -216,6 +206,7 @@ TEST_F(AToolkitPeer, IsIntrospectedAndAnswersBusctlADbusPythonClientAndTheExampl
               "sussa(y) \"peer\" 42 \"echo\" \"m\" 2 9 1\n");
     EXPECT_EQ(OutputOf("/usr/bin/python3 " PYTHON_PEERS " call test.toolkit.peer"), "peer 7 echo bytes [1, 2, 3]\n");
     EXPECT_EQ(OutputOf(ECHO_EXAMPLE " test.toolkit.example --call test.toolkit.peer echo"), "reply from peer: echo\n");
+    ExpectEcho();
 }
 
 TEST_F(AToolkitPeer, CarriesPayloadsBothWaysButRefusesACallOrReplyTooLargeForTheBusAndStaysConnected) {

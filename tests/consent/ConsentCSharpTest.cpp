@@ -18,10 +18,10 @@ const char kCatalogue[] = R"json({
 class TheCSharpConsentClass : public testing::Test {
 protected:
     void SetUp() override {
-#ifdef CONSENT_UNDER_TSAN
+#ifdef MONO_UNDER_TSAN
         GTEST_SKIP() << "mono does not run with a thread-sanitized library";
 #endif
-#ifdef CONSENT_WITHOUT_MONO
+#ifdef WITHOUT_MONO
         GTEST_SKIP() << "Mono (mcs and mono) was not found when the build was configured";
 #endif
         m_Service = std::make_unique<consenttest::SimulatedService>(
@@ -31,7 +31,7 @@ protected:
 
     // What the program printed; it must exit with 0.
     static std::string Printed(const std::string& args) {
-        const testbed::ProgramRun run = testbed::RunProgram({"/bin/sh", "-c", CONSENT_MONO_COMMAND " " + args});
+        const testbed::ProgramRun run = testbed::RunProgram({"/bin/sh", "-c", MONO_COMMAND " " + args});
         EXPECT_EQ(run.status, 0) << args << " printed:\n" << run.out << run.err;
         return run.out;
     }
@@ -46,7 +46,7 @@ TEST_F(TheCSharpConsentClass, TellsTheStatusAcceptsAndRejectsAllInDependencyOrde
     EXPECT_EQ(Printed("accept 0"), "True base:Done child:Done note:Notice\n");
     EXPECT_EQ(Printed("async 0 0"), "Completed Obtained\n");
     EXPECT_EQ(Printed("reject 0"), "True note:Notice child:Done base:Done\n");
-    testbed::ChildProcess program({"/bin/sh", "-c", CONSENT_MONO_COMMAND " watch"});
+    testbed::ChildProcess program({"/bin/sh", "-c", MONO_COMMAND " watch"});
     EXPECT_EQ(program.OutputLine(), "ready");
     ASSERT_TRUE(CVerantiAPI::GetInstance()->SetDisclaimerItemAgreement("base", 1, "TV"));
     EXPECT_EQ(program.OutputLine(), "base:No->Yes");

@@ -44,10 +44,10 @@ TEST_F(TheCSharpExports, KeepTheInstanceInPThisAfterDestroyAndLogEachCallWithIts
 class TheCSharpBridgeProgram : public ClientTestBed {
 protected:
     void SetUp() override {
-#ifdef BRIDGE_UNDER_TSAN
+#ifdef MONO_UNDER_TSAN
         GTEST_SKIP() << "mono does not run with a thread-sanitized library";
 #endif
-#ifdef BRIDGE_WITHOUT_MONO
+#ifdef WITHOUT_MONO
         GTEST_SKIP() << "Mono (mcs and mono) was not found when the build was configured";
 #endif
         ClientTestBed::SetUp();
@@ -55,7 +55,7 @@ protected:
 
     // What the program printed; it must exit with 0.
     static std::string Printed(const std::string& args) {
-        const testbed::ProgramRun run = testbed::RunProgram({"/bin/sh", "-c", BRIDGE_COMMAND " " + args});
+        const testbed::ProgramRun run = testbed::RunProgram({"/bin/sh", "-c", MONO_COMMAND " " + args});
         EXPECT_EQ(run.status, 0) << args << " printed:\n" << run.out << run.err;
         return run.out;
     }

@@ -9,7 +9,9 @@
 // one. Both servers read every payload byte. Figures, in KiB: the resident
 // size when ready (base), the high-water mark of the resident size (peak)
 // and the resident size once the call is done (after); the server's come
-// from /proc/<pid>/status, the client reports its own.
+// from /proc/<pid>/status, the client reports its own. The client then makes
+// the same call a second time, when told to, and the server's size after it
+// shows whether memory kept from the first call is reused or adds up.
 //
 //   bench-payload-memory [benchmark options]
 //   bench-payload-memory --serve toolkit|bare
@@ -166,7 +168,8 @@ bool SendWithBareGDBus(GDBusConnection* connection, std::vector<unsigned char>& 
     return true;
 }
 
-// Prints "base peak after" in KiB.
+// Prints "base peak after" in KiB after the first call, then waits for a line
+// on its input and makes the same call again.
 int Send(const std::string& kind, size_t size) {
     std::vector<unsigned char> payload(size, 0x5a);
     GDBusConnection* connection = nullptr;
@@ -176,11 +179,15 @@ int Send(const std::string& kind, size_t size) {
         connection = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
         if (!connection) return 1;
     }
+    auto send = [&] { return kind == "toolkit" ? SendWithToolkit(payload) : SendWithBareGDBus(connection, payload); };
     const Memory base = ReadMemory("/proc/self/status");
-    const bool sent = kind == "toolkit" ? SendWithToolkit(payload) : SendWithBareGDBus(connection, payload);
+    if (!send()) return 1;
     const Memory end = ReadMemory("/proc/self/status");
-    if (!sent) return 1;
     std::printf("%ld %ld %ld\n", base.rssKiB, end.peakKiB, end.rssKiB);
+    std::fflush(stdout);
+    char go[16];
+    if (!std::fgets(go, sizeof go, stdin) || !send()) return 1;
+    Say("sent again");
     return 0;
 }
 
@@ -188,18 +195,19 @@ int Send(const std::string& kind, size_t size) {
 
 struct Child {
     pid_t pid = -1;
+    FILE* input = nullptr;
     FILE* output = nullptr;
 };
 
 Child Start(const std::vector<std::string>& arguments) {
-    int fds[2];
-    if (pipe(fds) != 0) std::abort();
+    int fds[2], inputFds[2];
+    if (pipe(fds) != 0 || pipe(inputFds) != 0) std::abort();
     Child child;
     child.pid = fork();
     if (child.pid == 0) {
         dup2(fds[1], STDOUT_FILENO);
-        close(fds[0]);
-        close(fds[1]);
+        dup2(inputFds[0], STDIN_FILENO);
+        for (int fd : {fds[0], fds[1], inputFds[0], inputFds[1]}) close(fd);
         std::vector<char*> argv;
         argv.push_back(const_cast<char*>("bench-payload-memory"));
         for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
@@ -208,8 +216,15 @@ Child Start(const std::vector<std::string>& arguments) {
         _exit(127);
     }
     close(fds[1]);
+    close(inputFds[0]);
     child.output = fdopen(fds[0], "r");
+    child.input = fdopen(inputFds[1], "w");
     return child;
+}
+
+void WriteLine(const Child& child, const char* line) {
+    std::fprintf(child.input, "%s\n", line);
+    std::fflush(child.input);
 }
 
 std::string ReadLine(const Child& child) {
@@ -221,13 +236,14 @@ std::string ReadLine(const Child& child) {
 void Stop(Child& child) {
     kill(child.pid, SIGTERM);
     waitpid(child.pid, nullptr, 0);
+    std::fclose(child.input);
     std::fclose(child.output);
 }
 
 void BM_PayloadMemory(benchmark::State& state, const std::string& kind) {
     const size_t size = static_cast<size_t>(state.range(0));
     long client[3] = {0, 0, 0};
-    Memory serverBase, serverEnd;
+    Memory serverBase, serverEnd, serverEndOfSecond;
     for (auto _ : state) {
         Child server = Start({"--serve", kind});
         if (ReadLine(server) != "ready") state.SkipWithError("the server did not start");
@@ -238,6 +254,10 @@ void BM_PayloadMemory(benchmark::State& state, const std::string& kind) {
             state.SkipWithError("the call failed");
         if (ReadLine(server) != "handled") state.SkipWithError("the server did not handle the call");
         serverEnd = ReadMemory("/proc/" + std::to_string(server.pid) + "/status");
+        WriteLine(sender, "again");
+        if (ReadLine(sender) != "sent again" || ReadLine(server) != "handled")
+            state.SkipWithError("the second call failed");
+        serverEndOfSecond = ReadMemory("/proc/" + std::to_string(server.pid) + "/status");
         Stop(sender);
         Stop(server);
     }
@@ -245,6 +265,7 @@ void BM_PayloadMemory(benchmark::State& state, const std::string& kind) {
     state.counters["server_base_kib"] = static_cast<double>(serverBase.rssKiB);
     state.counters["server_peak_kib"] = static_cast<double>(serverEnd.peakKiB);
     state.counters["server_after_kib"] = static_cast<double>(serverEnd.rssKiB);
+    state.counters["server_after_second_kib"] = static_cast<double>(serverEndOfSecond.rssKiB);
     state.counters["client_base_kib"] = static_cast<double>(client[0]);
     state.counters["client_peak_kib"] = static_cast<double>(client[1]);
     state.counters["client_after_kib"] = static_cast<double>(client[2]);

@@ -111,11 +111,13 @@ run_bench bench-client memory --benchmark_filter='BM_Memory'
 run_bench bench-store store "${REPEATED[@]}"
 run_bench bench-toolkit toolkit "${REPEATED[@]}"
 # One call with a 4,000,000-byte payload, toolkit and bare GDBus, each in a
-# fresh server and client (3 repetitions): with GLib's slice allocator as the
-# system has it, then with G_SLICE=always-malloc (how GLib 2.76 and later
-# always allocate).
+# fresh server and client (3 repetitions): with GLib's slice allocator and
+# glibc's arenas as the system has them, then as the simulator's unit runs it:
+# G_SLICE=always-malloc (how GLib 2.76 and later always allocate) and one
+# malloc arena (GDBus parses on a thread of its own, and malloc_trim gives
+# back the top of the main arena only).
 run_bench bench-payload-memory payload-memory
-G_SLICE=always-malloc run_bench bench-payload-memory payload-memory-malloc
+G_SLICE=always-malloc GLIBC_TUNABLES=glibc.malloc.arena_max=1 run_bench bench-payload-memory payload-memory-malloc
 # Log lines written to a file: the logging benchmark itself, then the
 # library's requests and store queries with their own lines written.
 DLOG_OUTPUT="file:$WORK/log.txt" DLOG_MIN_PRIO=I run_bench bench-log log "${REPEATED[@]}"

@@ -23,14 +23,11 @@ testbed::FakeTermsService::Handler Catalogue(int count) {
     return [count](const ReceivedRequest& request) {
         const int index = request.body["request_index"].asInt();
         Json::Value body = JsonOf(R"({"result":true})");
-        if (request.Name() == "get disclaimer by term id") {
+        if (request.Name() == "get disclaimer number") body["number"] = count;
+        if (request.Name() == "get disclaimer by order") body["id"] = "disclaimer-" + std::to_string(index);
+        if (request.Name() == "get disclaimer by order") body["order"] = index;
+        if (request.Name() == "get disclaimer by term id")
             body = JsonOf(request.body["request_item"] == "privacy-notice" ? kSampleReply : R"({"result":false})");
-        } else if (request.Name() == "get disclaimer number") {
-            body["number"] = count;
-        } else if (request.Name() == "get disclaimer by order") {
-            body["id"] = "disclaimer-" + std::to_string(index);
-            body["order"] = index;
-        }
         return FakeReply::WithBody(body);
     };
 }

@@ -24,11 +24,8 @@ struct Request {
     bool (*send)(Api, Out&);
     const char* body;  // exactly what the service must receive
     const char* protocol = "";
+    friend void PrintTo(const Request& r, std::ostream* out) { *out << r.label; }
 };
-
-void PrintTo(const Request& r, std::ostream* out) {
-    *out << r.label;
-}
 
 const Request kCatalogue[] = {
     {"GetInformationForDisclaimer", false, [](Api a, Out& o) { return a.GetInformationForDisclaimer(o.json), false; },
@@ -93,10 +90,8 @@ const Request kCatalogue[] = {
 
 class ACatalogueRequest : public ClientTestBed, public ::testing::WithParamInterface<Request> {
 protected:
-    bool Send() {
-        Out outputs;
-        return GetParam().send(*api, outputs);
-    }
+    bool Send() { return GetParam().send(*api, out); }
+    Out out;
 };
 
 TEST_P(ACatalogueRequest, ReachesTheServiceWithExactlyItsBodyAndSucceedsOnlyOnResultTrue) {

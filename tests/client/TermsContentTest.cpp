@@ -262,8 +262,7 @@ TEST_F(TheConfigurationStore, HasTheLastWordOnAgreementsOfOtherProductsWhichOnly
 
 TEST_F(TheConfigurationStore, GivesAMenuTitleOnlyWhereTheStoredArrayHasANonEmptyOne) {
     const char two[] = R"([{"title":"A"},{"title":"B"}])";
-    // What is stored (nothing: the key is not set), the index asked, the title (empty: none found), the start of the
-    // line the reader logs and its priority.
+    // Stored text (nothing: key not set), index asked, title (empty: none found), start and priority of the line.
     const std::tuple<std::optional<std::string>, int, std::string, std::string, int> cases[] = {
         {std::nullopt, 0, "", "vconf get str failed", kWarn},
         {two, 1, "B", "array size 2", kDebug},

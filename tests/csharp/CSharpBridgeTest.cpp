@@ -1,5 +1,4 @@
-// The C# exports: in process, and through BridgeTest.exe, a C# program run
-// with mono against the fake service.
+// The C# exports: in process, and through BridgeTest.exe, a C# program run with mono against the fake service.
 #include <cstdint>
 
 #include "CSharpBridgeAPI.h"

@@ -23,14 +23,11 @@ testbed::FakeTermsService::Handler Catalogue(int count) {
     return [count](const ReceivedRequest& request) {
         const int index = request.body["request_index"].asInt();
         Json::Value body = JsonOf(R"({"result":true})");
-        if (request.Name() == "get disclaimer by term id") {
+        if (request.Name() == "get disclaimer number") body["number"] = count;
+        if (request.Name() == "get disclaimer by order") body["id"] = "disclaimer-" + std::to_string(index);
+        if (request.Name() == "get disclaimer by order") body["order"] = index;
+        if (request.Name() == "get disclaimer by term id")
             body = JsonOf(request.body["request_item"] == "privacy-notice" ? kSampleReply : R"({"result":false})");
-        } else if (request.Name() == "get disclaimer number") {
-            body["number"] = count;
-        } else if (request.Name() == "get disclaimer by order") {
-            body["id"] = "disclaimer-" + std::to_string(index);
-            body["order"] = index;
-        }
         return FakeReply::WithBody(body);
     };
 }
@@ -133,7 +130,7 @@ TEST_F(TheCTermsInterface, ReturnsTheWebViewHeaderAsCompactTextOrTheTextNullOnFa
     EXPECT_EQ(header(), "null");
 }
 
-TEST_F(TheCTermsInterface, AnswersStoredAgreementsAndRefusesBadInputsWithoutAskingTheService) {
+TEST_F(TheCTermsInterface, AnswersStoredAgreementsRefusesBadInputsLocallyAndSendsTheRestForTheSet) {
     store.Set(kAgreementKey, R"({"agreed":"true","declined":"false"})");
 
     for (const auto& [id, exists, agreed] : {std::tuple("agreed", 1, 1), {"declined", 1, 0}, {"unknown", 0, 0}})
@@ -141,52 +138,39 @@ TEST_F(TheCTermsInterface, AnswersStoredAgreementsAndRefusesBadInputsWithoutAski
     EXPECT_EQ((std::vector<int>{RequestUpdateDisclaimers(nullptr), SetDisclaimerItemsAgreements(nullptr),
                                 SetDisclaimerItemsAgreements("abc")}),
               std::vector<int>(3, 0));
-
     EXPECT_TRUE(service.Requests().empty());
     EXPECT_TRUE(Logged(logs, "empty requester", kInfo, kGreen));
     EXPECT_TRUE(Logged(logs, "empty agreements", kInfo, kGreen));
     EXPECT_TRUE(Logged(logs, "agreements:abc", kError, kRed, kSystemBuffer));
     EXPECT_TRUE(Logged(logs, "<<WARN: NOT JSON TYPE MESSAGE>>", kError, kRed, kSystemBuffer));
-}
 
-TEST_F(TheCTermsInterface, SendsAgreementsForTheSetAndTheRequesterOfAnUpdateAsProductType) {
+    // The requester of an update goes out as its product type.
     SetDisclaimerItemAgreement("privacy", 5);
     EXPECT_EQ(SetDisclaimerItemsAgreements(R"({"privacy":"true"})"), 1);
     service.SetReply("request update disclaimers", FakeReply::Result(false));
     EXPECT_EQ(RequestUpdateDisclaimers("wizard"), 0);
-
     EXPECT_EQ(OnlyRequest("set one agreement").body["product_type"], "TV");
     EXPECT_EQ(OnlyRequest("set agreements").body["product_type"], "TV");
     EXPECT_EQ(OnlyRequest("request update disclaimers").body["product_type"], "wizard");
 }
 
-class ATermsItemConversion : public ::testing::Test {
-protected:
-    void SetUp() override {
-        std::memset(&record, 0xa5, sizeof record);
-        InitailizeTermsContentItem(&record);
-    }
-    void TearDown() override { DestroyTermItem(&record); }
-
-    const std::vector<const void*> kNone = std::vector<const void*>(17, nullptr);
-    TermsContentItem record;
+// Records handed to callbacks leave the array unset when they have no entries.
+TEST(ATermsItemConversion, StartsFromZeroTurnsEmptyTextsIntoNullAndLeavesOnlyTheNumbersWhenDestroyedTwice) {
     testbed::LogCapture logs;
-};
-
-TEST_F(ATermsItemConversion, StartsFromAllZeroFieldsAndTurnsEveryEmptyTextIntoNull) {
-    EXPECT_EQ(PointersOf(record), kNone);
+    TermsContentItem record;
+    std::memset(&record, 0xa5, sizeof record);
+    InitailizeTermsContentItem(&record);
+    const std::vector<const void*> none(17, nullptr);
+    EXPECT_EQ(PointersOf(record), none);
     EXPECT_EQ(NumbersOf(record), std::vector<int>(6, 0));
 
-    Item empty;
+    Item empty;  // a new record: empty texts, numbers and flags 0
     ConvertTermItem(&record, &empty);
-
-    EXPECT_EQ(PointersOf(record), kNone);
+    EXPECT_EQ(PointersOf(record), none);
+    EXPECT_EQ(NumbersOf(record), std::vector<int>(6, 0));
     EXPECT_EQ(logs.Count("empty"), 16u);
     EXPECT_TRUE(Logged(logs, "empty", kWarn, kRed));
-}
 
-// Records handed to callbacks leave the array unset when they have no entries.
-TEST_F(ATermsItemConversion, LeavesNothingBehindWhenDestroyedTwiceButKeepsTheNumbersAndAnArrayWithoutEntries) {
     Item full;
     full.strAgreeDependency = "dependency";
     full.nOrder = 3;
@@ -195,17 +179,14 @@ TEST_F(ATermsItemConversion, LeavesNothingBehindWhenDestroyedTwiceButKeepsTheNum
     ConvertTermItem(&record, &full);
     ASSERT_EQ(record.nDetailDataCount, 4);
     EXPECT_EQ(record.ppDetailData[1], nullptr);
-
     DestroyTermItem(&record);
     DestroyTermItem(&record);
-
-    EXPECT_EQ(PointersOf(record), kNone);
+    EXPECT_EQ(PointersOf(record), none);
     EXPECT_EQ(NumbersOf(record), (std::vector<int>{3, 1, 0, 0, 1, 0}));
     char* entries[1] = {nullptr};
     record.ppDetailData = entries;
     DestroyTermItem(&record);
     EXPECT_EQ(record.ppDetailData, entries);
-    record.ppDetailData = nullptr;
 }
 
 }  // namespace

@@ -10,7 +10,7 @@ using testbed::FakeReply;
 using Api = CVerantiAPI&;
 
 // Where a request writes what it gives besides its answer.
-struct Outputs {
+struct Out {
     Json::Value json;
     int code = 0, reason = 0;
     std::string message;
@@ -21,91 +21,77 @@ struct Outputs {
 struct Request {
     const char* label;
     bool answersResult;  // true exactly when a reply with "result" true came
-    bool (*send)(Api, Outputs&);
+    bool (*send)(Api, Out&);
     const char* body;  // exactly what the service must receive
     const char* protocol = "";
+    friend void PrintTo(const Request& r, std::ostream* out) { *out << r.label; }
 };
 
-void PrintTo(const Request& r, std::ostream* out) {
-    *out << r.label;
-}
-
 const Request kCatalogue[] = {
-    {"GetInformationForDisclaimer", false,
-     [](Api a, Outputs& o) { return a.GetInformationForDisclaimer(o.json), false; },
+    {"GetInformationForDisclaimer", false, [](Api a, Out& o) { return a.GetInformationForDisclaimer(o.json), false; },
      R"({"method":"get information for disclaimer","data":null})"},
     {"GetInformationForDisclaimerWebView", false,
-     [](Api a, Outputs& o) { return a.GetInformationForDisclaimerWebView(o.json), false; },
+     [](Api a, Out& o) { return a.GetInformationForDisclaimerWebView(o.json), false; },
      R"({"method":"get information for web view disclaimer","data":null})"},
-    {"DravikCheck", true, [](Api a, Outputs& o) { return a.DravikCheck(o.code, o.reason); },
+    {"DravikCheck", true, [](Api a, Out& o) { return a.DravikCheck(o.code, o.reason); },
      R"({"method":"dravik check"})"},
-    {"DravikCheckWithMessage", true, [](Api a, Outputs& o) { return a.DravikCheck(o.code, o.reason, o.message); },
+    {"DravikCheckWithMessage", true, [](Api a, Out& o) { return a.DravikCheck(o.code, o.reason, o.message); },
      R"({"method":"dravik get error info"})"},
-    {"RequestDisclaimersRESTAPI", true, [](Api a, Outputs&) { return a.RequestDisclaimersRESTAPI("home", "privacy"); },
+    {"RequestDisclaimersRESTAPI", true, [](Api a, Out&) { return a.RequestDisclaimersRESTAPI("home", "privacy"); },
      R"({"method":"request disclaimer api","data":null,"product_type":"TV","terms":"privacy","request_from":"home"})"},
-    {"RequestDisclaimerIDForAnotherPage", true, [](Api a, Outputs&) { return a.RequestDisclaimerID("LFD", true); },
+    {"RequestDisclaimerIDForAnotherPage", true, [](Api a, Out&) { return a.RequestDisclaimerID("LFD", true); },
      R"({"method":"request disclaimerid","product_type":"LFD","request_from":"wizard-terms","other_page":true,"data":null})"},
-    {"RequestDisclaimerIDForTheWizard", true, [](Api a, Outputs&) { return a.RequestDisclaimerID("TV", false); },
+    {"RequestDisclaimerIDForTheWizard", true, [](Api a, Out&) { return a.RequestDisclaimerID("TV", false); },
      R"({"method":"request disclaimerid","product_type":"TV","request_from":"wizard-terms","other_page":false,"data":null})"},
     {"SetDisclaimersAgreement", true,  // taking the caller's object away
-     [](Api a, Outputs& o) {
+     [](Api a, Out& o) {
          o.json = JsonOf(R"({"t1":"true","t2":[1],"data":7})");
          return a.SetDisclaimersAgreement(o.json, false, "AV") && o.json.empty();
      },
      R"({"t1":"true","t2":[1],"product_type":"AV","method":"set agreements","data":null})"},
-    {"SetCountryCode", true, [](Api a, Outputs&) { return a.SetCountryCode("DE"); },
+    {"SetCountryCode", true, [](Api a, Out&) { return a.SetCountryCode("DE"); },
      R"({"method":"set country code","country_code":"DE","data":null})"},
-    {"RequestUpdateDisclaimers", true, [](Api a, Outputs&) { return a.RequestUpdateDisclaimers("HUB"); },
+    {"RequestUpdateDisclaimers", true, [](Api a, Out&) { return a.RequestUpdateDisclaimers("HUB"); },
      R"({"method":"request update disclaimers","product_type":"HUB","request_from":"wizard-terms","data":null})"},
-    {"RequestCountryCodeList", true, [](Api a, Outputs&) { return a.RequestCountryCodeList(); },
+    {"RequestCountryCodeList", true, [](Api a, Out&) { return a.RequestCountryCodeList(); },
      R"({"method":"request country code list","data":null})"},
-    {"CopyCloneDataUSBtoTV", true,
-     [](Api a, Outputs&) { return a.CopyCloneDataUSBtoTV("/usb/clone.dat", "/opt/clone"); },
+    {"CopyCloneDataUSBtoTV", true, [](Api a, Out&) { return a.CopyCloneDataUSBtoTV("/usb/clone.dat", "/opt/clone"); },
      R"({"method":"Copy Clone Data USB to TV","src":"/usb/clone.dat","dest":"/opt/clone","data":null})"},
-    {"CopyCloneDataTVtoUSB", true,
-     [](Api a, Outputs&) { return a.CopyCloneDataTVtoUSB("/opt/clone", "/usb/clone.dat"); },
+    {"CopyCloneDataTVtoUSB", true, [](Api a, Out&) { return a.CopyCloneDataTVtoUSB("/opt/clone", "/usb/clone.dat"); },
      R"({"method":"Copy Clone Data TV to USB","src":"/opt/clone","dest":"/usb/clone.dat","data":null})"},
-    {"RequestResetNimbra", true, [](Api a, Outputs&) { return a.RequestResetNimbra(); },
+    {"RequestResetNimbra", true, [](Api a, Out&) { return a.RequestResetNimbra(); },
      R"({"method":"request reset nimbra","data":null})"},
-    {"GetDisclaimerNum", false, [](Api a, Outputs&) { return a.GetDisclaimerNum(E_DISCLAIMER_REQUESTER_3, "AV") > 0; },
+    {"GetDisclaimerNum", false, [](Api a, Out&) { return a.GetDisclaimerNum(E_DISCLAIMER_REQUESTER_3, "AV") > 0; },
      R"({"method":"get disclaimer number","data":null,"product_type":"AV","requester":3})"},
-    {"SetAllDisclaimerItemAgreementToNonZero", true,
-     [](Api a, Outputs&) { return a.SetAllDisclaimerItemAgreement(5, "TV"); },
+    {"SetAllDisclaimerItemAgreementTo5", true, [](Api a, Out&) { return a.SetAllDisclaimerItemAgreement(5, "TV"); },
      R"({"method":"set all agreement","product_type":"TV","is_agreed":true})"},
-    {"SetAllDisclaimerItemAgreementToZero", true,
-     [](Api a, Outputs&) { return a.SetAllDisclaimerItemAgreement(0, "AV"); },
+    {"SetAllDisclaimerItemAgreementToZero", true, [](Api a, Out&) { return a.SetAllDisclaimerItemAgreement(0, "AV"); },
      R"({"method":"set all agreement","product_type":"AV","is_agreed":false})"},
-    {"SetRevisedTermAgreement", true, [](Api a, Outputs&) { return a.SetRevisedTermAgreement("t4", true, "AV"); },
+    {"SetRevisedTermAgreement", true, [](Api a, Out&) { return a.SetRevisedTermAgreement("t4", true, "AV"); },
      R"({"method":"set one agreement","product_type":"AV","request_item":"t4","is_agreed":true})"},
-    {"SetDisclaimerItemAgreementToNegative", true,
-     [](Api a, Outputs&) { return a.SetDisclaimerItemAgreement("t2", -3, "TV"); },
+    {"SetDisclaimerItemAgreementBelow0", true, [](Api a, Out&) { return a.SetDisclaimerItemAgreement("t2", -3, "TV"); },
      R"({"method":"set one agreement","request_item":"t2","product_type":"TV","is_agreed":true})"},
-    {"SetDisclaimerItemAgreementToZero", true,
-     [](Api a, Outputs&) { return a.SetDisclaimerItemAgreement("t2", 0, "TV"); },
+    {"SetDisclaimerItemAgreementToZero", true, [](Api a, Out&) { return a.SetDisclaimerItemAgreement("t2", 0, "TV"); },
      R"({"method":"set one agreement","request_item":"t2","product_type":"TV","is_agreed":false})"},
-    {"GetRevisedDisclaimers", true,
-     [](Api a, Outputs& o) { return a.GetRevisedDisclaimers(o.list.items, "AV", "all"); },
+    {"GetRevisedDisclaimers", true, [](Api a, Out& o) { return a.GetRevisedDisclaimers(o.list.items, "AV", "all"); },
      R"({"method":"get revised disclaimers","product_type":"AV","terms":"all","data":null})"},
     {"GetDisclaimerDetailByPosition", true,
-     [](Api a, Outputs& o) { return a.GetDisclaimerDetail(o.item, 3, E_DISCLAIMER_REQUESTER_1, "AV") == 0; },
+     [](Api a, Out& o) { return a.GetDisclaimerDetail(o.item, 3, E_DISCLAIMER_REQUESTER_1, "AV") == 0; },
      R"({"method":"get disclaimer by order","data":null,"product_type":"AV","requester":1,"request_index":3})"},
-    {"GetDisclaimerDetailById", true, [](Api a, Outputs& o) { return a.GetDisclaimerDetail("t9", o.item, "AV") == 0; },
+    {"GetDisclaimerDetailById", true, [](Api a, Out& o) { return a.GetDisclaimerDetail("t9", o.item, "AV") == 0; },
      R"({"method":"get disclaimer by term id","product_type":"AV","data":null,"request_item":"t9"})"},
     // Only "TV" exactly is answered from the agreement cache.
-    {"IsDisclaimerItemExistForAnotherProduct", true,
-     [](Api a, Outputs&) { return a.IsDisclaimerItemExist("t1", "tv"); },
+    {"IsDisclaimerItemExistForAnotherProduct", true, [](Api a, Out&) { return a.IsDisclaimerItemExist("t1", "tv"); },
      R"({"method":"get disclaimer by term id","data":null,"product_type":"tv","request_item":"t1"})"},
     {"GetDisclaimerItemAgreementForAnotherProduct", false,
-     [](Api a, Outputs& o) { return a.GetDisclaimerItemAgreement("t1", &o.code, "tv") == 0; },
+     [](Api a, Out& o) { return a.GetDisclaimerItemAgreement("t1", &o.code, "tv") == 0; },
      R"({"request_type":"get disclaimer agreement","product_type":"tv","request_item":"t1"})", "common_protocol"},
 };
 
 class ACatalogueRequest : public ClientTestBed, public ::testing::WithParamInterface<Request> {
 protected:
-    bool Send() {
-        Outputs outputs;
-        return GetParam().send(*api, outputs);
-    }
+    bool Send() { return GetParam().send(*api, out); }
+    Out out;
 };
 
 TEST_P(ACatalogueRequest, ReachesTheServiceWithExactlyItsBodyAndSucceedsOnlyOnResultTrue) {
@@ -139,18 +125,14 @@ INSTANTIATE_TEST_SUITE_P(EveryRequest, ACatalogueRequest, ::testing::ValuesIn(kC
                          [](const auto& info) { return std::string(info.param.label); });
 
 // What a request gives back, as text: its answer and outputs, or "throws" for the JSON library's exception.
-std::string Dravik(Api a) {
+const auto Dravik = [](Api a) {
     int code = -1, reason = -1;
     std::string message = "untouched";
     const bool result = a.DravikCheck(code, reason, message);
     return std::to_string(result) + " " + std::to_string(code) + " " + std::to_string(reason) + " " + message;
-}
-std::string Count(Api a) {
-    return std::to_string(a.GetDisclaimerNum(E_DISCLAIMER_REQUESTER_0, "TV"));
-}
-std::string Available(Api a) {
-    return std::to_string(a.IsServiceAvailable());
-}
+};
+const auto Count = [](Api a) { return std::to_string(a.GetDisclaimerNum(E_DISCLAIMER_REQUESTER_0, "TV")); };
+const auto Available = [](Api a) { return std::to_string(a.IsServiceAvailable()); };
 
 const struct {
     const char *name, *reply;  // reply nullptr: a D-Bus error
@@ -221,23 +203,20 @@ class AnErrorDescriptor : public ClientTestBed {};
 
 TEST_F(AnErrorDescriptor, RoundTripsThroughCompactJsonReadsWhatIsMissingAsZeroAndLetsWrongKindsRaise) {
     EXPECT_EQ(Descriptor(3, 12).ToString(), R"({"error_code":3,"error_reason":12})");
-    const struct {
-        std::string text;
-        int code, reason;
-        bool notJson;
-    } cases[] = {{Descriptor(-1, 2).ToString(), -1, 2, false},
-                 {Descriptor().ToString(), 0, 0, false},
-                 {R"({"error_reason":9,"other":"x"})", 0, 9, false},
-                 {"null", 0, 0, false},
-                 {"", 0, 0, true},
-                 {"error 5", 0, 0, true},
-                 {"{\"error_code\":", 0, 0, true}};
-    for (const auto& c : cases) {
+    // Text, code, reason, whether it is not JSON.
+    const std::tuple<std::string, int, int, bool> cases[] = {{Descriptor(-1, 2).ToString(), -1, 2, false},
+                                                             {Descriptor().ToString(), 0, 0, false},
+                                                             {R"({"error_reason":9,"other":"x"})", 0, 9, false},
+                                                             {"null", 0, 0, false},
+                                                             {"", 0, 0, true},
+                                                             {"error 5", 0, 0, true},
+                                                             {"{\"error_code\":", 0, 0, true}};
+    for (const auto& [text, code, reason, notJson] : cases) {
         logs.Clear();
-        const Descriptor d = Descriptor::FromString(c.text);
-        EXPECT_EQ(std::make_pair(d.m_ErrorCode, d.m_ErrorReason), std::make_pair(c.code, c.reason)) << c.text;
-        EXPECT_EQ(logs.Lines().size(), c.notJson ? 1u : 0u) << c.text;
-        EXPECT_EQ(bool(Logged(logs, "<<WARN: NOT JSON TYPE MESSAGE>>", kWarn, kRed)), c.notJson) << c.text;
+        const Descriptor d = Descriptor::FromString(text);
+        EXPECT_EQ(std::make_pair(d.m_ErrorCode, d.m_ErrorReason), std::make_pair(code, reason)) << text;
+        EXPECT_EQ(logs.Lines().size(), notJson ? 1u : 0u) << text;
+        EXPECT_EQ(bool(Logged(logs, "<<WARN: NOT JSON TYPE MESSAGE>>", kWarn, kRed)), notJson) << text;
     }
     for (const char* text : {R"({"error_code":"x"})", R"({"error_reason":[1]})", "[1]", "7"})
         EXPECT_THROW(Descriptor::FromString(text), Json::Exception) << text;

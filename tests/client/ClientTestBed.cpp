@@ -5,9 +5,6 @@
 
 namespace clienttest {
 
-const char kWhite[] = "\033[37m", kGreen[] = "\033[32m", kYellow[] = "\033[33m", kRed[] = "\033[31m";
-const char kAgreementKey[] = "db/veranti/disclaimeragrees", kTitlesKey[] = "db/veranti/terms_title";
-
 Json::Value JsonOf(const std::string& text) {
     std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
     Json::Value value;

@@ -19,8 +19,8 @@ using Item = STHomeDisclaimerContentItem;
 
 constexpr int kDebug = 3, kInfo = 4, kWarn = 5, kError = 6;  // priorities
 constexpr int kMainBuffer = 0, kSystemBuffer = 2;            // log ids
-extern const char kWhite[], kGreen[], kYellow[], kRed[];
-extern const char kAgreementKey[], kTitlesKey[];
+inline constexpr char kWhite[] = "\033[37m", kGreen[] = "\033[32m", kYellow[] = "\033[33m", kRed[] = "\033[31m";
+inline constexpr char kAgreementKey[] = "db/veranti/disclaimeragrees", kTitlesKey[] = "db/veranti/terms_title";
 
 // The JSON value of a text the test itself writes; throws on a typo.
 Json::Value JsonOf(const std::string& text);

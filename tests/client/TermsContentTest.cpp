@@ -72,16 +72,15 @@ TEST_F(ARevisedDisclaimersRequest, AppendsANewRecordPerDisclaimerWithOnlyTheMemb
     list.items.push_back(new Item());
     EXPECT_FALSE(Get(R"({"result":false,"disclaimers":[{"id":"t1"}]})"));
     EXPECT_TRUE(Get(R"({"result":true})"));
-    Json::Value reply = JsonOf(R"({"result":true,"disclaimers":[]})");
-    reply["disclaimers"].append(Disclaimer("t1", 3));
-    reply["disclaimers"].append(Disclaimer("t2", 5));
+    Json::Value reply = JsonOf(R"({"result":true})");
+    for (const Json::Value& d : {Disclaimer("t1", 3), Disclaimer("t2", 5)}) reply["disclaimers"].append(d);
     EXPECT_TRUE(Get(reply.toStyledString()));
     ASSERT_EQ(list.items.size(), 3u);
     for (Json::ArrayIndex i = 0; i < 2; ++i) {
         Json::Value expected = reply["disclaimers"][i];
-        expected["order"] = 0;  // not read: order, version, the last two buttons, the notice flag
+        // Not read: order, version, the last two buttons, the notice flag.
+        expected["order"] = 0, expected["only_notice"] = false;
         expected["version"] = expected["button9"] = expected["button10"] = "";
-        expected["only_notice"] = false;
         expected["sections"] = JsonOf(R"(["S1","D1","S2","D2"])");
         EXPECT_EQ(AsJson(*list.items[i + 1]), expected);
     }
@@ -114,11 +113,8 @@ TEST_F(ADisclaimerDetailRequest, FillsEveryMemberKeepingItsSectionsButNotWhenRes
     service.SetReply("get disclaimer by term id", WithResult(Disclaimer("new", 15), false));
     EXPECT_EQ(ById(byId), -1);
     EXPECT_EQ(AsJson(byId), expected[1]);
-    // Members missing from the reply get the values of a new record: empty, 0, false; the sections stay.
-    Json::Value blank = JsonOf(R"({"order":0})");
-    for (const auto& [name, text] : kTexts) blank[name] = "";
-    for (const auto& [name, flag] : kFlags) blank[name] = false;
-    EXPECT_EQ(AsJson(Item()), blank);
+    // Members missing from the reply get the values of a new record; the sections stay.
+    Json::Value blank = AsJson(Item());
     Reply("get disclaimer by term id", R"({"result":true})");
     EXPECT_EQ(ById(byId), 0);
     blank["sections"] = expected[1]["sections"];
@@ -127,11 +123,8 @@ TEST_F(ADisclaimerDetailRequest, FillsEveryMemberKeepingItsSectionsButNotWhenRes
 
 TEST_F(ADisclaimerDetailRequest, CutsItsDetailsTextIntoSectionsOnlyWhenItIsAnArrayOfObjects) {
     const std::string kNotJson = "<<WARN: NOT JSON TYPE MESSAGE>>", kArray = "It is new RULE";
-    const struct {
-        const char* details;
-        std::vector<std::string> sections;  // {"throws"} for the JSON library's exception
-        std::string line;                   // kNotJson, kArray or none
-    } cases[] = {
+    // Details, sections ({"throws"} for the JSON library's exception), the line logged (kNotJson, kArray or none).
+    const std::tuple<const char*, std::vector<std::string>, std::string> cases[] = {
         {"Read the terms.", {}, kNotJson},
         {R"({"title":"T","data":"D"})", {}, ""},
         {"[]", {}, kArray},
@@ -141,19 +134,19 @@ TEST_F(ADisclaimerDetailRequest, CutsItsDetailsTextIntoSectionsOnlyWhenItIsAnArr
         {R"(["x"])", {"throws"}, kArray},
         {R"([{"title":[1],"data":"d"}])", {"throws"}, kArray},
     };
-    for (const auto& c : cases) {
+    for (const auto& [details, sections, logged] : cases) {
         logs.Clear();
         Json::Value reply;
-        reply["details"] = c.details;
+        reply["details"] = details;
         service.SetReply("get disclaimer by term id", WithResult(reply));
         Item item;
         try {
-            EXPECT_EQ(ById(item), 0) << c.details;
+            EXPECT_EQ(ById(item), 0) << details;
         } catch (const Json::Exception&) {
             item.vecDetailData = {"throws"};
         }
-        EXPECT_EQ(item.vecDetailData, c.sections) << c.details;
-        for (const std::string& line : {kNotJson, kArray}) EXPECT_EQ(logs.Count(line) > 0, line == c.line) << c.details;
+        EXPECT_EQ(item.vecDetailData, sections) << details;
+        for (const std::string& line : {kNotJson, kArray}) EXPECT_EQ(logs.Count(line) > 0, line == logged) << details;
     }
 }
 
@@ -217,12 +210,8 @@ protected:
 
 TEST_F(TheConfigurationStore, TellsForEachKindOfStoredAgreementWhetherTheTermExistsAndWasAgreedTo) {
     const std::string noText = "t1 is not string type", missing = "t1 does not exist", exists = "t1  exist";
-    const struct {
-        std::optional<std::string> stored;  // nothing: the key is not set
-        bool exists;
-        int agreed;
-        std::string existenceLine, agreementLine;
-    } cases[] = {
+    // What is stored (nothing: the key is not set), whether t1 exists, its agreement, the lines of both queries.
+    const std::tuple<std::optional<std::string>, bool, int, std::string, std::string> cases[] = {
         {std::nullopt, false, 0, "vconf get str failed", "vconf get str failed, agreement = false"},
         {R"({"t2":"false","t1":"true"})", true, 1, exists, "agreement true."},
         {R"({"t1":"TRUE"})", true, 0, exists, "agreement TRUE."},
@@ -238,17 +227,17 @@ TEST_F(TheConfigurationStore, TellsForEachKindOfStoredAgreementWhetherTheTermExi
         {"{t1:true", false, 0, "parser failed : \n {t1:true", "parser failed : \n {t1:true , agreement = false"},
         {"", false, 0, "Empty Data", "Empty Data, agreement = false"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.stored.value_or("(not set)"));
-        if (c.stored) store.Set(kAgreementKey, *c.stored);
+    for (const auto& [stored, exists, agreement, existenceLine, agreementLine] : cases) {
+        SCOPED_TRACE(stored.value_or("(not set)"));
+        if (stored) store.Set(kAgreementKey, *stored);
         logs.Clear();
-        EXPECT_EQ(api->IsDisclaimerItemExist("t1", "TV"), c.exists);
-        ExpectLineAndNoRequest(c.existenceLine, "IsDisclaimerItemExist");
+        EXPECT_EQ(api->IsDisclaimerItemExist("t1", "TV"), exists);
+        ExpectLineAndNoRequest(existenceLine, "IsDisclaimerItemExist");
         logs.Clear();
         int agreed = kUntouched;
         EXPECT_EQ(api->GetDisclaimerItemAgreement("t1", &agreed, "TV"), 0);
-        EXPECT_EQ(agreed, c.agreed);
-        ExpectLineAndNoRequest(c.agreementLine, "GetDisclaimerItemAgreement");
+        EXPECT_EQ(agreed, agreement);
+        ExpectLineAndNoRequest(agreementLine, "GetDisclaimerItemAgreement");
     }
 }
 
@@ -273,12 +262,8 @@ TEST_F(TheConfigurationStore, HasTheLastWordOnAgreementsOfOtherProductsWhichOnly
 
 TEST_F(TheConfigurationStore, GivesAMenuTitleOnlyWhereTheStoredArrayHasANonEmptyOne) {
     const char two[] = R"([{"title":"A"},{"title":"B"}])";
-    const struct {
-        std::optional<std::string> stored;  // nothing: the key is not set
-        int index;
-        std::string title, line;  // title: empty when none is found; line: what the reader logs, or its start
-        int prio;
-    } cases[] = {
+    // Stored text (nothing: key not set), index asked, title (empty: none found), start and priority of the line.
+    const std::tuple<std::optional<std::string>, int, std::string, std::string, int> cases[] = {
         {std::nullopt, 0, "", "vconf get str failed", kWarn},
         {two, 1, "B", "array size 2", kDebug},
         {two, 2, "", "order is over length ", kWarn},
@@ -291,16 +276,16 @@ TEST_F(TheConfigurationStore, GivesAMenuTitleOnlyWhereTheStoredArrayHasANonEmpty
         {R"({"a":1,"b":2})", 1, "", "Title is = ", kDebug},
         {"// menu\n[{\"title\":\"A\"} /* first */]", 0, "A", "Title is = A", kDebug},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.stored.value_or("(not set)") + " at " + std::to_string(c.index));
-        if (c.stored) store.Set(kTitlesKey, *c.stored);
+    for (const auto& [stored, index, found, line, prio] : cases) {
+        SCOPED_TRACE(stored.value_or("(not set)") + " at " + std::to_string(index));
+        if (stored) store.Set(kTitlesKey, *stored);
         logs.Clear();
         std::string title = "unchanged";
-        EXPECT_EQ(api->GetDisclaimerTitle(title, c.index), c.title.empty() ? -1 : 0);
-        EXPECT_EQ(title, c.title.empty() ? "unchanged" : c.title);
-        const auto lines = LinesStartingWith(logs, c.line);
-        ASSERT_FALSE(lines.empty()) << c.line;
-        EXPECT_TRUE(Logged(logs, lines.front().message, c.prio, c.prio == kDebug ? kWhite : kRed));
+        EXPECT_EQ(api->GetDisclaimerTitle(title, index), found.empty() ? -1 : 0);
+        EXPECT_EQ(title, found.empty() ? "unchanged" : found);
+        const auto lines = LinesStartingWith(logs, line);
+        ASSERT_FALSE(lines.empty()) << line;
+        EXPECT_TRUE(Logged(logs, lines.front().message, prio, prio == kDebug ? kWhite : kRed));
     }
 }
 

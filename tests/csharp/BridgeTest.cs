@@ -15,7 +15,7 @@ static class BridgeTest
     [DllImport(Library)] static extern int CSharpSetDisclaimerItemAgreement(string strItemId, int isAgreed, string productType);
     [DllImport(Library)] static extern int CSharpGetDisclaimerItemAgreement(string strItemId, ref int pIsAgreed);
 
-    static int Main(string[] args)
+    static void Main(string[] args)
     {
         IntPtr instance = CSharpGetInstance();
         if (args[0] == "instance")
@@ -30,11 +30,9 @@ static class BridgeTest
             Console.WriteLine(CSharpSetDisclaimerItemAgreement(args[1], int.Parse(args[2]), args[3]));
         for (int i = 1; args[0] == "get" && i < args.Length; ++i)
         {
-            int agreed = -1;
-            int result = CSharpGetDisclaimerItemAgreement(args[i], ref agreed);
+            int agreed = -1, result = CSharpGetDisclaimerItemAgreement(args[i], ref agreed);
             Console.WriteLine("{0} {1} {2}", args[i], result, agreed);
         }
         CSharpDestroy();
-        return 0;
     }
 }

@@ -2,10 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <csignal>
-#include <cstdio>
 #include <tuple>
 
+#include "ChildProcess.h"
 #include "LogCapture.h"
 #include "TermsDbusServer.h"
 #include "TermsDbusUtil.h"
@@ -42,35 +41,19 @@ struct InProcessServer {
     const bool up;
 };
 
-// The standard output of a command line run to its end.
-std::string OutputOf(const std::string& command) {
-    g_autofree gchar* out = nullptr;
-    g_spawn_command_line_sync(command.c_str(), &out, nullptr, nullptr, nullptr);
-    return out ? out : "";
+std::string OutputOf(const std::string& program, const std::string& arguments) {
+    return testbed::RunCommandLine(program, arguments).out;
 }
 
 std::string GdbusCall(const std::string& name, const std::string& type) {
-    return OutputOf("gdbus call --system --dest " + name + " --object-path " + GetObjectPath(name) + " --method " +
-                    name + ".SendMessage a 7 " + type + " m");
+    return OutputOf("gdbus", "call --system --dest " + name + " --object-path " + GetObjectPath(name) + " --method " +
+                                 name + ".SendMessage a 7 " + type + " m");
 }
 
-// A command in the background, killed with this process or on destruction.
-struct ChildProcess {
-    explicit ChildProcess(const std::string& command)
-        : out(popen(("echo $$; exec setpriv --pdeathsig KILL " + command).c_str(), "r")), pid(std::stoi(Line())) {}
-    ~ChildProcess() { kill(pid, SIGTERM), pclose(out); }
-    std::string Line() {
-        char line[4096];
-        return fgets(line, sizeof line, out) ? line : "";
-    }
-    // Reads lines until one equals `wanted`; the test's time limit catches a child gone silent.
-    bool WaitForLine(const std::string& wanted) {
-        for (std::string line = Line(); !line.empty(); line = Line())
-            if (line == wanted + '\n') return true;
-        return false;
-    }
-    FILE* out;
-    const int pid;
+// A program in the background, stopped at the end of the test.
+struct ChildProcess : testbed::ChildProcess {
+    using testbed::ChildProcess::ChildProcess;
+    ~ChildProcess() { Stop(); }
 };
 
 TEST(TheEncodings, ChooseTheShapeByPayloadPresenceWrapPayloadsIgnoreOtherShapesAndMapNamesToPaths) {
@@ -147,21 +130,21 @@ TEST(AToolkitServer, RefusesNamesThatDBusRejectsWithoutAGLibCriticalAndServesUnd
 
 TEST(AToolkitServer, EmitsSignalsWithAndWithoutPayloadButRefusesOneTooLargeForTheBus) {
     InProcessServer server("test.toolkit.server");
-    ChildProcess subscriber("/usr/bin/python3 -u " PYTHON_PEERS " watch test.toolkit.server");
-    ASSERT_TRUE(server.up && subscriber.WaitForLine("ready"));
+    ChildProcess subscriber({"/usr/bin/python3", "-u", PYTHON_PEERS, "watch", "test.toolkit.server"});
+    ASSERT_TRUE(server.up && subscriber.AwaitOutput("ready"));
     Bytes huge(4200000, 1), payload = {0, 1, 2};
     TermsDbusMessage tooLarge = MakeRequest("t", &huge), plain = MakeRequest("plain"),
                      withPayload = MakeRequest("bytes", &payload);
     EXPECT_EQ(SendTermsDbusSignal(kHandle, "Notice", &tooLarge), 0);
     EXPECT_EQ(SendTermsDbusSignal("test.toolkit.server", "Notice", &plain), 1);
     EXPECT_EQ(SendTermsDbusSignal(kHandle, "Notice", &withPayload), 1);
-    EXPECT_TRUE(subscriber.WaitForLine("(suss) ('caller', 41, 'plain', 'hello')"));
-    EXPECT_TRUE(subscriber.WaitForLine("(sussa(y)) ('caller', 41, 'bytes', 'hello', [(0,), (1,), (2,)])"));
+    EXPECT_TRUE(subscriber.AwaitOutput("(suss) ('caller', 41, 'plain', 'hello')"));
+    EXPECT_TRUE(subscriber.AwaitOutput("(sussa(y)) ('caller', 41, 'bytes', 'hello', [(0,), (1,), (2,)])"));
 }
 
 class AToolkitPeer : public testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(m_Caller.up && m_Peer.WaitForLine("acquired")); }
+    void SetUp() override { ASSERT_TRUE(m_Caller.up && m_Peer.AwaitOutput("acquired")); }
     int Call(const char* type, Bytes payload, FilledRecord& reply, const char* to = kPeer, int timeLimitMs = 20000) {
         TermsDbusMessage request = MakeRequest(type, payload.empty() ? nullptr : &payload);
         return SendTermsDbusSyncMessage(kHandle, to, &request, &reply.msg, timeLimitMs);
@@ -187,7 +170,7 @@ protected:
     }
 
     InProcessServer m_Caller{"test.toolkit.caller"};
-    ChildProcess m_Peer{TOOLKIT_PEER " test.toolkit.peer peer"};
+    ChildProcess m_Peer{{TOOLKIT_PEER, "test.toolkit.peer", "peer"}};
 };
 
 // Null texts go out empty, invalid UTF-8 repaired: one well-formed reply whatever the callback did.
@@ -197,16 +180,16 @@ TEST_F(AToolkitPeer, IsIntrospectedAndAnswersGdbusBusctlADbusPythonClientAndTheE
     EXPECT_EQ(GdbusCall(kPeer, "badtext"),
               "('\xef\xbf\xbd\xef\xbf\xbd', uint32 0, '', 'ok\xef\xbf\xbd', [(byte 0x00,)])\n");
     const std::string introspection =
-        OutputOf("gdbus introspect --system --dest test.toolkit.peer --object-path /test/toolkit/peer");
+        OutputOf("gdbus", "introspect --system --dest test.toolkit.peer --object-path /test/toolkit/peer");
     for (const char* part : {"interface test.toolkit.peer {", "SendMessage(in  s from,",
                              "SendMessageWithBuffer(in  s from,", "out a* buffer);"})
         EXPECT_NE(introspection.find(part), std::string::npos) << part << " in " << introspection;
-    EXPECT_EQ(OutputOf("busctl --system call test.toolkit.peer /test/toolkit/peer test.toolkit.peer "
+    EXPECT_EQ(OutputOf("busctl",
+                       "--system call test.toolkit.peer /test/toolkit/peer test.toolkit.peer "
                        "SendMessageWithBuffer sussa(y) b 41 echo m 2 9 1"),
               "sussa(y) \"peer\" 42 \"echo\" \"m\" 2 9 1\n");
-    EXPECT_EQ(OutputOf("/usr/bin/python3 " PYTHON_PEERS " call test.toolkit.peer"), "peer 7 echo bytes [1, 2, 3]\n");
-    EXPECT_EQ(OutputOf(ECHO_EXAMPLE " test.toolkit.example --call test.toolkit.peer echo"), "reply from peer: echo\n");
-    ExpectEcho();
+    EXPECT_EQ(OutputOf("/usr/bin/python3", PYTHON_PEERS " call test.toolkit.peer"), "peer 7 echo bytes [1, 2, 3]\n");
+    EXPECT_EQ(OutputOf(ECHO_EXAMPLE, "test.toolkit.example --call test.toolkit.peer echo"), "reply from peer: echo\n");
 }
 
 TEST_F(AToolkitPeer, CarriesPayloadsBothWaysButRefusesACallOrReplyTooLargeForTheBusAndStaysConnected) {
@@ -230,9 +213,9 @@ TEST_F(AToolkitPeer, CarriesTheLargestPayloadTheBusAccepts) {
 }
 
 TEST_F(AToolkitPeer, LosesItsNameToTheExampleServerThatReplacesIt) {
-    ChildProcess example(ECHO_EXAMPLE " test.toolkit.peer");
-    ASSERT_TRUE(example.WaitForLine("serving test.toolkit.peer"));
-    EXPECT_TRUE(m_Peer.WaitForLine("lost"));
+    ChildProcess example({ECHO_EXAMPLE, "test.toolkit.peer"});
+    ASSERT_TRUE(example.AwaitOutput("serving test.toolkit.peer"));
+    EXPECT_TRUE(m_Peer.AwaitOutput("lost"));
     EXPECT_EQ(GdbusCall(kPeer, "t"), "('test.toolkit.peer', uint32 7, 't', 'echo: m', [(byte 0x00,)])\n");
 }
 

@@ -1,40 +1,31 @@
-// Helpers of the consent tests: running a main context until something
-// happened, and the simulated terms service on the private bus.
+// Runs a main context until something happened, for the consent tests.
 #ifndef CONSENT_TEST_SUPPORT_H
 #define CONSENT_TEST_SUPPORT_H
 
 #include <gio/gio.h>
 
 #include <functional>
-#include <string>
-#include <vector>
-
-#include "ChildProcess.h"
 
 namespace consenttest {
 
 // Iterates `context` (null: the global default) until `done` holds; false
 // when it still does not after `limitMs`.
-bool IterateUntil(const std::function<bool()>& done, GMainContext* context = nullptr, int limitMs = 10000);
+inline bool IterateUntil(const std::function<bool()>& done, GMainContext* context = nullptr, int limitMs = 10000) {
+    const gint64 end = g_get_monotonic_time() + gint64(limitMs) * 1000;
+    GSource* tick = g_timeout_source_new(5);  // so that a wait without events still checks the clock
+    g_source_set_callback(
+        tick, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr, nullptr);
+    g_source_attach(tick, context);
+    while (!done() && g_get_monotonic_time() < end) g_main_context_iteration(context, TRUE);
+    g_source_destroy(tick);
+    g_source_unref(tick);
+    return done();
+}
+
 // Iterates `context` for `ms` milliseconds.
-void IterateFor(int ms, GMainContext* context = nullptr);
-
-// terms-service-sim serving the text `catalogue` with the options `extra`
-// (--fail ...), its state in the store at VCONF_ROOT; stopped when destroyed.
-class SimulatedService {
-public:
-    explicit SimulatedService(const std::string& catalogue, const std::vector<std::string>& extra = {});
-    ~SimulatedService();
-
-    bool Serving() const { return m_Serving; }
-    // Stops the service (SIGTERM) and waits for it.
-    void Stop() { m_Process.Stop(); }
-
-private:
-    const std::string m_Dir;
-    testbed::ChildProcess m_Process;
-    const bool m_Serving;
-};
+inline void IterateFor(int ms, GMainContext* context = nullptr) {
+    IterateUntil([] { return false; }, context, ms);
+}
 
 }  // namespace consenttest
 

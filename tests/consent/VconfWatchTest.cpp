@@ -14,6 +14,7 @@
 #include <string>
 #include <thread>
 
+#include "ChildProcess.h"
 #include "ConsentTestSupport.h"
 #include "TempStore.h"
 

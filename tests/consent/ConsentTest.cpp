@@ -24,30 +24,23 @@
 namespace {
 
 using namespace veranti;
-using consenttest::IterateFor;
-using consenttest::IterateUntil;
+using namespace consenttest;
 
 // AA: requester 0 lists a dependant before its dependency, a notice and a free
 // item; 1 only a notice; 2 a cycle, an item that depends on it and a free
 // item; 3 an item whose dependency it does not list; 4 a revised item.
-const char kCatalogue[] = R"json({
-  "default_country": "AA",
-  "disclaimers": {
-    "base": {"title": "Base"}, "child": {"title": "Child", "agree_dependency": "base"},
-    "note": {"title": "Note", "only_notice": true}, "loose": {"title": "Loose", "details": [{"title": "S", "data": "D"}]},
-    "cyc1": {"title": "C1", "agree_dependency": "cyc2"}, "cyc2": {"title": "C2", "agree_dependency": "cyc1"},
-    "tail": {"title": "Tail", "agree_dependency": "cyc1"},
-    "outside": {"title": "Outside"}, "ext": {"title": "Ext", "agree_dependency": "outside"},
-    "rev": {"title": "Revised"}, "newcomer": {"title": "Newcomer"}
-  },
-  "countries": {
-    "AA": {"disclaimers": ["base", "child", "note", "loose", "cyc1", "cyc2", "tail", "outside", "ext", "rev"],
-           "requesters": {"0": ["child", "base", "note", "loose"], "1": ["note"], "2": ["cyc1", "tail", "cyc2", "base"],
-                          "3": ["ext"], "4": ["rev", "base"]},
-           "revised": ["rev"]},
-    "BB": {"disclaimers": ["base", "newcomer"]}
-  }
-})json";
+const char kCatalogue[] = R"json({"default_country": "AA", "disclaimers": {
+  "base": {"title": "Base"}, "child": {"title": "Child", "agree_dependency": "base"},
+  "note": {"title": "Note", "only_notice": true}, "loose": {"title": "Loose", "details": [{"title": "S", "data": "D"}]},
+  "cyc1": {"title": "C1", "agree_dependency": "cyc2"}, "cyc2": {"title": "C2", "agree_dependency": "cyc1"},
+  "tail": {"title": "Tail", "agree_dependency": "cyc1"}, "outside": {"title": "Outside"},
+  "ext": {"title": "Ext", "agree_dependency": "outside"}, "rev": {"title": "Revised"}, "newcomer": {"title": "Newcomer"}
+}, "countries": {
+  "AA": {"disclaimers": ["base", "child", "note", "loose", "cyc1", "cyc2", "tail", "outside", "ext", "rev"],
+         "requesters": {"0": ["child", "base", "note", "loose"], "1": ["note"], "2": ["cyc1", "tail", "cyc2", "base"],
+                        "3": ["ext"], "4": ["rev", "base"]}, "revised": ["rev"]},
+  "BB": {"disclaimers": ["base", "newcomer"]}
+}})json";
 
 testbed::ProgramRun Cli(const std::string& line) {
     return testbed::RunCommandLine(TERMS_CLI_PATH, line);
@@ -191,12 +184,8 @@ TEST_F(AChangeListener, HearsEveryKindOfWriterWithTheValuesBeforeAndAfter) {
          CONSENT_AGREEMENT_NO, CONSENT_AGREEMENT_YES},
         {"the command-line tool", [] { EXPECT_EQ(Cli("agree loose").status, 0); }, "loose", CONSENT_AGREEMENT_NO,
          CONSENT_AGREEMENT_YES},
-        {"the store tool",
-         [] {
-             const char kAgreed[] = R"({"base":"true","loose":"true","child":"true"})";
-             EXPECT_EQ(testbed::RunProgram({VCONFTOOL_PATH, "set", "db/veranti/disclaimeragrees", kAgreed}).status, 0);
-         },
-         "child", CONSENT_AGREEMENT_NO, CONSENT_AGREEMENT_YES},
+        {"the store tool", [] { Vconftool(R"(set db/veranti/disclaimeragrees '{"child":"true"}')"); }, "child",
+         CONSENT_AGREEMENT_NO, CONSENT_AGREEMENT_YES},
         {"the service, for a new country", [] { CVerantiAPI::GetInstance()->SetCountryCode("BB"); }, "newcomer",
          CONSENT_AGREEMENT_ABSENT, CONSENT_AGREEMENT_NO},
     };
@@ -223,18 +212,15 @@ TEST_F(AChangeListener, LosesNoneOfAThousandQuickChanges) {
 }
 
 TEST_F(AChangeListener, IsSilentOnceRemovedFromItsOwnCallbackOrOnceItsSubscriptionEnds) {
-    struct SelfRemoving {
-        unsigned int id = 0;
-        int calls = 0;
-    } other;
-    other.id = ConsentAddChangeCallback(
-        [](const ConsentChange*, int, void* data) {
-            auto* self = static_cast<SelfRemoving*>(data);
-            ++self->calls;
-            EXPECT_EQ(ConsentRemoveChangeCallback(self->id), 1);
+    static unsigned int selfRemoving;  // a callback that removes itself on its first call
+    static int selfRemovingCalls;
+    selfRemoving = ConsentAddChangeCallback(
+        [](const ConsentChange*, int, void*) {
+            ++selfRemovingCalls;
+            EXPECT_EQ(ConsentRemoveChangeCallback(selfRemoving), 1);
         },
-        &other);
-    ASSERT_NE(other.id, 0u);
+        nullptr);
+    ASSERT_NE(selfRemoving, 0u);
     std::vector<consent::Change> seen;
     {
         const consent::ChangeSubscription subscription([&](const std::vector<consent::Change>& changes) {
@@ -250,8 +236,8 @@ TEST_F(AChangeListener, IsSilentOnceRemovedFromItsOwnCallbackOrOnceItsSubscripti
     ASSERT_TRUE(Reports("base", CONSENT_AGREEMENT_NO, CONSENT_AGREEMENT_NO));
     EXPECT_EQ(seen.size(), count);
     EXPECT_EQ(seen.front().id, "base");
-    EXPECT_EQ(other.calls, 1);
-    EXPECT_EQ(ConsentRemoveChangeCallback(other.id), 0) << "not twice";
+    EXPECT_EQ(selfRemovingCalls, 1);
+    EXPECT_EQ(ConsentRemoveChangeCallback(selfRemoving), 0) << "not twice";
     EXPECT_EQ(ConsentAddChangeCallback(nullptr, nullptr), 0u);
 }
 

@@ -1,10 +1,15 @@
-// Runs a main context until something happened, for the consent tests.
+// Helpers of the consent tests: running a main context until something
+// happened, and the store's command-line tool.
 #ifndef CONSENT_TEST_SUPPORT_H
 #define CONSENT_TEST_SUPPORT_H
 
 #include <gio/gio.h>
+#include <gtest/gtest.h>
 
 #include <functional>
+#include <string>
+
+#include "ChildProcess.h"
 
 namespace consenttest {
 
@@ -25,6 +30,11 @@ inline bool IterateUntil(const std::function<bool()>& done, GMainContext* contex
 // Iterates `context` for `ms` milliseconds.
 inline void IterateFor(int ms, GMainContext* context = nullptr) {
     IterateUntil([] { return false; }, context, ms);
+}
+
+// Runs vconftool with the arguments in `line`, which must succeed.
+inline void Vconftool(const std::string& line) {
+    EXPECT_EQ(testbed::RunCommandLine(VCONFTOOL_PATH, line).status, 0) << line;
 }
 
 }  // namespace consenttest

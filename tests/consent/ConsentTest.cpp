@@ -320,30 +320,22 @@ TEST_F(AnAsynchronousCall, EndsAtItsTimeLimitWhileTheMainLoopRunsOnWhenTheServic
 using TheTermsCliConsentCommands = AConsentClient;
 
 TEST_F(TheTermsCliConsentCommands, TellTheStatusAndAgreeOrWithdrawEverythingInDependencyOrder) {
-    const struct {
-        const char* line;
-        int status;
-        const char* out;       // a part of stdout
-        const char* err = "";  // a part of stderr
-    } kRuns[] = {
-        {"status", 0, "Consent for requester 0: required\nTo show, in order: child, base, loose\n"},
-        {"--json status --requester 1", 0, R"("status" : "not required")"},
-        {"agree --all", 0, "ID     RESULT\nbase   done\nchild  done\nnote   notice\nloose  done\n"},
-        {"status", 0, "Consent for requester 0: obtained\n"},
-        {"agree --none", 0, "loose  done\nnote   notice\nchild  done\nbase   done\n"},
-        {"--json agree --all --requester 2", 1, R"("outcome" : "dependency failed")"},
-        {"agree --none --requester 2", 1, "tail  done\ncyc1  cycle\n", "could not withdraw cyc1, cyc2"},
+    // `line` ends with `status` and prints `out` on standard output and `err` on standard error, among other text.
+    const auto expectRun = [](const char* line, int status, const char* out, const char* err = "") {
+        const testbed::ProgramRun done = Cli(line);
+        EXPECT_EQ(done.status, status) << line << ": " << done.err;
+        EXPECT_NE(done.out.find(out), std::string::npos) << line << ":\n" << done.out;
+        EXPECT_NE(done.err.find(err), std::string::npos) << line << ":\n" << done.err;
     };
-    for (const auto& run : kRuns) {
-        const testbed::ProgramRun done = Cli(run.line);
-        EXPECT_EQ(done.status, run.status) << run.line << ": " << done.err;
-        EXPECT_NE(done.out.find(run.out), std::string::npos) << run.line << ":\n" << done.out;
-        EXPECT_NE(done.err.find(run.err), std::string::npos) << run.line << ":\n" << done.err;
-    }
+    expectRun("status", 0, "Consent for requester 0: required\nTo show, in order: child, base, loose\n");
+    expectRun("--json status --requester 1", 0, R"("status" : "not required")");
+    expectRun("agree --all", 0, "ID     RESULT\nbase   done\nchild  done\nnote   notice\nloose  done\n");
+    expectRun("status", 0, "Consent for requester 0: obtained\n");
+    expectRun("agree --none", 0, "loose  done\nnote   notice\nchild  done\nbase   done\n");
+    expectRun("--json agree --all --requester 2", 1, R"("outcome" : "dependency failed")");
+    expectRun("agree --none --requester 2", 1, "tail  done\ncyc1  cycle\n", "could not withdraw cyc1, cyc2");
     m_Service->Stop();
-    const testbed::ProgramRun unknown = Cli("--json status");
-    EXPECT_EQ(unknown.status, 3);
-    EXPECT_NE(unknown.out.find(R"("status" : "unknown")"), std::string::npos) << unknown.out;
+    expectRun("--json status", 3, R"("status" : "unknown")");
 }
 
 TEST_F(TheTermsCliConsentCommands, WatchPrintsEachChangeAsItHappensAsTextOrJson) {
@@ -367,33 +359,28 @@ TEST_F(TheTermsCliConsentCommands, WatchPrintsEachChangeAsItHappensAsTextOrJson)
     }
 }
 
-// The C# class runs in a program of its own, with mono.
-class TheCSharpConsentClass : public AConsentClient {
-protected:
-    void SetUp() override {
-#ifdef MONO_UNDER_TSAN
-        GTEST_SKIP() << "mono does not run with a thread-sanitized library";
-#endif
-#ifdef WITHOUT_MONO
-        GTEST_SKIP() << "Mono (mcs and mono) was not found when the build was configured";
-#endif
-        Serve(kCatalogue, {"--fail=is service available=delay:150"});
-    }
+// What the C# program, run with mono, printed; it must exit with 0.
+std::string CSharpPrinted(const std::string& args) {
+    const testbed::ProgramRun run = testbed::RunProgram({"/bin/sh", "-c", MONO_COMMAND " " + args});
+    EXPECT_EQ(run.status, 0) << args << " printed:\n" << run.out << run.err;
+    return run.out;
+}
 
-    // What the program printed; it must exit with 0.
-    static std::string Printed(const std::string& args) {
-        const testbed::ProgramRun run = testbed::RunProgram({"/bin/sh", "-c", MONO_COMMAND " " + args});
-        EXPECT_EQ(run.status, 0) << args << " printed:\n" << run.out << run.err;
-        return run.out;
-    }
-};
+using TheCSharpConsentClass = AConsentClient;
 
 TEST_F(TheCSharpConsentClass, TellsTheStatusAcceptsAndRejectsAllInDependencyOrderAndRaisesAnEventOnAChange) {
-    EXPECT_EQ(Printed("status 0"), "Required child,base,loose\n");
-    EXPECT_EQ(Printed("async 0 50"), "TimedOut Unknown\n") << "the service takes 150 ms to say it is there";
-    EXPECT_EQ(Printed("accept 0"), "True base:Done child:Done note:Notice loose:Done\n");
-    EXPECT_EQ(Printed("async 0 0"), "Completed Obtained\n");
-    EXPECT_EQ(Printed("reject 0"), "True loose:Done note:Notice child:Done base:Done\n");
+#ifdef MONO_UNDER_TSAN
+    GTEST_SKIP() << "mono does not run with a thread-sanitized library";
+#endif
+#ifdef WITHOUT_MONO
+    GTEST_SKIP() << "Mono (mcs and mono) was not found when the build was configured";
+#endif
+    Serve(kCatalogue, {"--fail=is service available=delay:150"});
+    EXPECT_EQ(CSharpPrinted("status 0"), "Required child,base,loose\n");
+    EXPECT_EQ(CSharpPrinted("async 0 50"), "TimedOut Unknown\n") << "the service takes 150 ms to say it is there";
+    EXPECT_EQ(CSharpPrinted("accept 0"), "True base:Done child:Done note:Notice loose:Done\n");
+    EXPECT_EQ(CSharpPrinted("async 0 0"), "Completed Obtained\n");
+    EXPECT_EQ(CSharpPrinted("reject 0"), "True loose:Done note:Notice child:Done base:Done\n");
     testbed::ChildProcess program({"/bin/sh", "-c", MONO_COMMAND " watch"});
     EXPECT_EQ(program.OutputLine(), "ready");
     ASSERT_TRUE(CVerantiAPI::GetInstance()->SetDisclaimerItemAgreement("base", 1, "TV"));

@@ -1,4 +1,4 @@
-// A C# program over the consent class, run with mono by ConsentCSharpTest.
+// A C# program over the consent class, run with mono by consent_test.
 //   status <requester>          "<value> <id>,<id>..."
 //   accept|reject <requester>   "<all done> <id>:<outcome> ..."
 //   watch                       "ready", then the first event: "<id>:<before>-><after> ..."
@@ -9,46 +9,39 @@ using Veranti;
 
 static class ConsentProgram
 {
-    static string Outcomes(ConsentBatch batch)
-    {
-        return batch.AllDone + " " + string.Join(" ", batch.Items.Select(i => i.Id + ":" + i.Outcome));
-    }
-
     static int Main(string[] args)
     {
+        int requester = args.Length > 1 ? int.Parse(args[1]) : 0;
+        string line = null;
         switch (args[0])
         {
             case "status":
-                ConsentStatus status = Consent.GetStatus(int.Parse(args[1]));
-                Console.WriteLine("{0} {1}", status.Value, string.Join(",", status.MustShow));
+                ConsentStatus status = Consent.GetStatus(requester);
+                line = status.Value + " " + string.Join(",", status.MustShow);
                 break;
             case "accept":
             case "reject":
-                int requester = int.Parse(args[1]);
-                Console.WriteLine(Outcomes(args[0] == "accept" ? Consent.AcceptAll(requester) : Consent.RejectAll(requester)));
+                ConsentBatch batch = args[0] == "accept" ? Consent.AcceptAll(requester) : Consent.RejectAll(requester);
+                line = batch.AllDone + " " + string.Join(" ", batch.Items.Select(i => i.Id + ":" + i.Outcome));
                 break;
             case "watch":
                 using (var watcher = new ConsentWatcher())
                 {
-                    ConsentChange[] seen = null;
-                    watcher.Changed += (sender, e) => seen = e.Changes;
+                    watcher.Changed += (sender, e) =>
+                        line = string.Join(" ", e.Changes.Select(c => c.Id + ":" + c.Before + "->" + c.After));
                     Console.WriteLine("ready");
                     Console.Out.Flush();
-                    while (seen == null)
+                    while (line == null)
                         Consent.Dispatch(true);
-                    Console.WriteLine(string.Join(" ", seen.Select(c => c.Id + ":" + c.Before + "->" + c.After)));
                 }
                 break;
             case "async":
-                string line = null;
-                Consent.GetStatusAsync(int.Parse(args[1]), uint.Parse(args[2]), (result, s) => line = result + " " + s.Value);
+                Consent.GetStatusAsync(requester, uint.Parse(args[2]), (result, s) => line = result + " " + s.Value);
                 while (line == null)
                     Consent.Dispatch(true);
-                Console.WriteLine(line);
                 break;
-            default:
-                return 2;
         }
-        return 0;
+        Console.WriteLine(line);
+        return line == null ? 2 : 0;
     }
 }

@@ -2,8 +2,6 @@
 // a key, by any writer, reaches the callback on the watching thread's context.
 #include <gio/gio.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <vconf.h>
 
 #include <cerrno>
@@ -20,12 +18,9 @@
 namespace {
 
 namespace fs = std::filesystem;
+using namespace consenttest;
 
 const char kKey[] = "db/veranti/disclaimeragrees";
-
-void Vconftool(const std::string& line) {
-    EXPECT_EQ(testbed::RunCommandLine(VCONFTOOL_PATH, line).status, 0) << line;
-}
 
 // Counts the calls for one key and remembers the value seen in the last one.
 class AStoreWatch : public testing::Test {
@@ -48,11 +43,6 @@ protected:
         self->m_Seen = value ? value : "<absent>";
         free(value);
         if (self->m_OnCall) self->m_OnCall();
-    }
-
-    // Runs the default context until a call reports `value`.
-    bool Sees(const std::string& value) {
-        return consenttest::IterateUntil([&] { return m_Seen == value; });
     }
 
     std::string KeyFile() const { return m_Store.Root() + "/" + kKey; }
@@ -98,7 +88,7 @@ TEST_F(AStoreWatch, ReportsEachKindOfWriterEvenBeforeARelativeStoreRootExists) {
     for (const auto& writer : kWriters) {
         const int before = m_Calls;
         writer.change();
-        EXPECT_TRUE(Sees(writer.value)) << writer.how << ": last seen " << m_Seen;
+        EXPECT_TRUE(IterateUntil([&] { return m_Seen == writer.value; })) << writer.how << ": last seen " << m_Seen;
         EXPECT_GT(m_Calls, before) << writer.how;
     }
 }
@@ -112,12 +102,12 @@ TEST_F(AStoreWatch, IgnoresOtherKeysInTheSameDirectoryAndStopsOnceRemovedAlsoFro
     };
     ASSERT_EQ(vconf_set_str("db/veranti/terms_title", "other"), 0);
     ASSERT_EQ(vconf_set_str("db/veranti/disclaimeragrees2", "other"), 0);
-    consenttest::IterateFor(50);
+    IterateFor(50);
     EXPECT_EQ(m_Calls, 0);
     ASSERT_EQ(vconf_set_str(kKey, "a"), 0);
-    ASSERT_TRUE(Sees("a"));
+    ASSERT_TRUE(IterateUntil([&] { return m_Seen == "a"; }));
     ASSERT_EQ(vconf_set_str(kKey, "b"), 0);
-    consenttest::IterateFor(50);
+    IterateFor(50);
     EXPECT_EQ(m_Calls, 1);
 }
 
@@ -125,20 +115,19 @@ TEST_F(AStoreWatch, CallsOnTheContextOfTheThreadThatAddedIt) {
     std::thread::id calledOn, watcherId;
     std::thread watcher([&] {
         watcherId = std::this_thread::get_id();
-        GMainContext* context = g_main_context_new();
+        g_autoptr(GMainContext) context = g_main_context_new();
         g_main_context_push_thread_default(context);
         Watch();
         m_OnCall = [&] { calledOn = std::this_thread::get_id(); };
         ASSERT_EQ(vconf_set_str(kKey, "there"), 0);
-        EXPECT_TRUE(consenttest::IterateUntil([&] { return m_Calls > 0; }, context));
+        EXPECT_TRUE(IterateUntil([&] { return m_Calls > 0; }, context));
         EXPECT_EQ(vconf_watch_remove(m_Id), 0);
         m_Id = 0;
         g_main_context_pop_thread_default(context);
-        g_main_context_unref(context);
     });
     watcher.join();
     EXPECT_EQ(calledOn, watcherId);
-    consenttest::IterateFor(20);
+    IterateFor(20);
     EXPECT_EQ(m_Calls, 1) << "nothing arrives on the default context";
 }
 

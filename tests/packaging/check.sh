@@ -1,12 +1,10 @@
 #!/usr/bin/env bash
-# Builds the Debian packages of a build tree with cpack, unpacks them into a
-# fresh root and runs what users run from there: the C consumer (pkg-config),
-# the C++ consumer (CMake package), each tool's --version, the manual pages
-# and the completion, and a C# program whose
-# [DllImport("capi-veranti-service")] finds the library of the runtime package
-# alone (no development link), through the installed Mono mapping.
+# Builds the Debian packages of a build tree (configured with the prefix /usr first, as packages install) with
+# cpack, unpacks them into a fresh root and runs what users run from there: the C (pkg-config) and C++ (CMake
+# package) consumers, each tool's --version, the manual pages and completion, and a C# program whose
+# [DllImport("capi-veranti-service")] finds the runtime package's library alone (no development link) through
+# the installed Mono mapping.
 # Usage: tests/packaging/check.sh <build-dir>
-# The build is configured with the prefix /usr first, as packages install.
 set -euo pipefail
 build=$(realpath "$1")
 here=$(cd "$(dirname "$0")" && pwd)
@@ -56,10 +54,8 @@ export LD_LIBRARY_PATH=$libdir DLOG_OUTPUT=none
 
 # C#: only the runtime package's files, and its mapping as the program's config.
 runtime_libdir=$(dirname "$(find "$work/runtime/usr/lib" -name 'libcapi-veranti-service.so.0' | head -n 1)")
-if find "$work/runtime" -name 'libcapi-veranti-service.so' | grep -q .; then
-  echo "the runtime package must not carry the development link" >&2
-  exit 1
-fi
+! find "$work/runtime" -name 'libcapi-veranti-service.so' | grep -q . ||
+  { echo "the runtime package must not carry the development link" >&2; exit 1; }
 bridge=$(find "$build/tests/csharp" -name BridgeTest.exe | head -n 1)
 if [ -n "$bridge" ] && command -v mono >/dev/null; then
   cp "$bridge" "$work/BridgeTest.exe"

@@ -53,11 +53,6 @@ int ChildProcess::Wait() {
     return g_subprocess_get_if_exited(m_Process) ? g_subprocess_get_exit_status(m_Process) : -1;
 }
 
-int ChildProcess::Stop() {
-    Signal(SIGTERM);
-    return Wait();
-}
-
 ProgramRun ChildProcess::Finish() {
     g_autofree gchar *out = nullptr, *err = nullptr;
     g_autoptr(GError) error = nullptr;

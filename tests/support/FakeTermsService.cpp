@@ -163,11 +163,7 @@ struct FakeTermsService::Impl {
         std::istringstream stream(request.bodyText);
         if (!Json::parseFromStream(Json::CharReaderBuilder(), stream, &request.body, nullptr)) request.body = {};
         const FakeReply reply = impl->ChooseReply(request);
-        if (reply.delayMs > 0) {
-            impl->AnswerLater(invocation, reply);
-        } else {
-            impl->Answer(invocation, reply);
-        }
+        reply.delayMs > 0 ? impl->AnswerLater(invocation, reply) : impl->Answer(invocation, reply);
     }
 };
 
@@ -200,11 +196,7 @@ void FakeTermsService::Stop() {
     if (!impl.context) return;
     if (impl.thread.joinable()) {
         g_main_context_invoke(
-            impl.context,
-            [](gpointer loop) -> gboolean {
-                g_main_loop_quit(static_cast<GMainLoop*>(loop));
-                return G_SOURCE_REMOVE;
-            },
+            impl.context, [](gpointer l) { return g_main_loop_quit(static_cast<GMainLoop*>(l)), G_SOURCE_REMOVE; },
             impl.loop);
         impl.thread.join();
         g_main_loop_unref(impl.loop);

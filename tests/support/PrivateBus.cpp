@@ -14,8 +14,6 @@
 namespace testbed {
 namespace {
 
-PrivateBus* g_Current = nullptr;
-
 std::string ReadLine(int fd) {
     std::string line;
     char c;
@@ -27,10 +25,6 @@ std::string ReadLine(int fd) {
 
 PrivateBus::~PrivateBus() {
     Stop();
-}
-
-PrivateBus* PrivateBus::Current() {
-    return g_Current;
 }
 
 void PrivateBus::Start() {
@@ -59,7 +53,7 @@ void PrivateBus::Start() {
     }
     setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1);
     setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
-    g_Current = this;
+    s_Current = this;
 }
 
 void PrivateBus::Stop() {

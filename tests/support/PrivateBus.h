@@ -28,9 +28,10 @@ public:
     void Stop();
 
     // The bus the test program's main started (null before main ran).
-    static PrivateBus* Current();
+    static PrivateBus* Current() { return s_Current; }
 
 private:
+    static inline PrivateBus* s_Current = nullptr;
     pid_t m_Pid = -1;
     std::string m_SocketDir;
 };

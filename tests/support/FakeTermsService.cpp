@@ -9,6 +9,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 namespace testbed {
 namespace {
@@ -109,14 +110,12 @@ struct FakeTermsService::Impl {
     void Disconnect() {
         for (GDBusMethodInvocation* invocation : unanswered) g_object_unref(invocation);
         unanswered.clear();
-        if (registrationId) g_dbus_connection_unregister_object(connection, registrationId);
+        if (registrationId) g_dbus_connection_unregister_object(connection, std::exchange(registrationId, 0));
         if (connection) {
             g_dbus_connection_flush_sync(connection, nullptr, nullptr);
             g_dbus_connection_close_sync(connection, nullptr, nullptr);
-            g_object_unref(connection);
         }
-        registrationId = 0;
-        connection = nullptr;
+        g_clear_object(&connection);
         // Lets the pending callbacks of the closed connection run and release their references.
         while (g_main_context_iteration(context, FALSE)) {
         }
@@ -131,18 +130,15 @@ struct FakeTermsService::Impl {
     }
 
     void Answer(GDBusMethodInvocation* invocation, const FakeReply& reply) {
-        if (reply.kind == FakeReply::Kind::None) {
-            unanswered.push_back(invocation);
-        } else if (reply.kind == FakeReply::Kind::DbusError) {
-            g_dbus_method_invocation_return_dbus_error(invocation, reply.errorName.c_str(), "fake failure");
-        } else {
-            // Built by hand so that replies of any shape can be sent.
-            GDBusMessage* message = g_dbus_message_new_method_reply(g_dbus_method_invocation_get_message(invocation));
-            g_dbus_message_set_body(message, ReplyValue(reply));
-            g_dbus_connection_send_message(connection, message, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
-            g_object_unref(message);
-            g_object_unref(invocation);
-        }
+        if (reply.kind == FakeReply::Kind::None) return unanswered.push_back(invocation);
+        if (reply.kind == FakeReply::Kind::DbusError)
+            return g_dbus_method_invocation_return_dbus_error(invocation, reply.errorName.c_str(), "fake failure");
+        // Built by hand so that replies of any shape can be sent.
+        GDBusMessage* message = g_dbus_message_new_method_reply(g_dbus_method_invocation_get_message(invocation));
+        g_dbus_message_set_body(message, ReplyValue(reply));
+        g_dbus_connection_send_message(connection, message, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
+        g_object_unref(message);
+        g_object_unref(invocation);
     }
 
     void AnswerLater(GDBusMethodInvocation* invocation, const FakeReply& reply) {

@@ -1,10 +1,8 @@
 // A scriptable terms-client service on the private bus.
 //
-// It owns a bus name (by default "com.velmora.tv.termsclient") on its own
-// connection, on its own thread, and exports the two-method message interface
-// at "/" + name with '.' replaced by '/'. Every call is recorded; the reply is
-// chosen per request: a JSON body (the default is {"result":true}), a text
-// that is not JSON, no reply at all, or a D-Bus error.
+// It owns a bus name (by default "com.velmora.tv.termsclient") on its own connection, on its own thread, and exports
+// the two-method message interface at "/" + name with '.' replaced by '/'. Every call is recorded; the reply is chosen
+// per request: a JSON body ({"result":true} by default), a text that is not JSON, no reply at all, or a D-Bus error.
 #ifndef TESTBED_FAKE_TERMS_SERVICE_H
 #define TESTBED_FAKE_TERMS_SERVICE_H
 

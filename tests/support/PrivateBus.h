@@ -1,11 +1,9 @@
 // A private dbus-daemon for one test program.
 //
-// The daemon runs with the configuration scripts/private-bus.conf (any
-// connection may own any name and send to any other; the scripts' private bus
-// uses it too), its socket in a temporary directory. While it runs, DBUS_SYSTEM_BUS_ADDRESS
-// and DBUS_SESSION_BUS_ADDRESS point at it, so every D-Bus library in the
-// process (and every child process) uses it instead of the machine's bus.
-// The daemon dies with the test program, also when a test crashes.
+// The daemon runs with the configuration scripts/private-bus.conf (any connection may own any name and send to any
+// other; the scripts' private bus uses it too), its socket in a temporary directory. While it runs,
+// DBUS_SYSTEM_BUS_ADDRESS and DBUS_SESSION_BUS_ADDRESS point at it, so every D-Bus library in the process (and every
+// child process) uses it instead of the machine's bus. The daemon dies with the test program, also when a test crashes.
 #ifndef TESTBED_PRIVATE_BUS_H
 #define TESTBED_PRIVATE_BUS_H
 

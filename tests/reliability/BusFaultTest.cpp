@@ -65,8 +65,7 @@ TEST_F(ARestartedBusDaemon, ServesLaterRequestsOfTheSameProcessThroughTheClientA
     testbed::PrivateBus::Current()->Start();  // at a new address, which the environment now names
     service.Start();
     ASSERT_EQ(CloseTermsDbusServer("reliability"), 1);
-    while (g_main_context_iteration(nullptr, FALSE)) {
-    }
+    while (g_main_context_iteration(nullptr, FALSE)) continue;
     EXPECT_TRUE(api->IsServiceAvailable() && api->SetCountryCode("FR")) << "on the thread that used the old bus";
     std::thread([&] { EXPECT_EQ(IsServiceAvailable(), 1); }).join();
     EXPECT_EQ(CallThroughToolkit(R"({"method":"is service available"})"), R"({"result":true})");

@@ -54,9 +54,8 @@ std::vector<ReceivedRequest> Matching(std::vector<ReceivedRequest> requests, Pre
 }  // namespace
 
 std::string ReceivedRequest::Name() const {
-    for (const char* key : {"method", "request_type"}) {
+    for (const char* key : {"method", "request_type"})
         if (body.isObject() && body[key].isString()) return body[key].asString();
-    }
     return std::string();
 }
 
@@ -117,8 +116,7 @@ struct FakeTermsService::Impl {
         }
         g_clear_object(&connection);
         // Lets the pending callbacks of the closed connection run and release their references.
-        while (g_main_context_iteration(context, FALSE)) {
-        }
+        while (g_main_context_iteration(context, FALSE)) continue;
     }
 
     FakeReply ChooseReply(const ReceivedRequest& request) {

@@ -23,10 +23,6 @@ std::string ReadLine(int fd) {
 
 }  // namespace
 
-PrivateBus::~PrivateBus() {
-    Stop();
-}
-
 void PrivateBus::Start() {
     char dirTemplate[] = "/tmp/veranti-bus-XXXXXX";
     if (!mkdtemp(dirTemplate)) throw std::runtime_error("cannot create a directory for the private bus");
@@ -59,8 +55,7 @@ void PrivateBus::Start() {
 void PrivateBus::Stop() {
     if (m_Pid > 0) {
         kill(m_Pid, SIGTERM);
-        while (waitpid(m_Pid, nullptr, 0) < 0 && errno == EINTR) {
-        }
+        while (waitpid(m_Pid, nullptr, 0) < 0 && errno == EINTR) continue;
     }
     m_Pid = -1;
     if (!m_SocketDir.empty()) {

@@ -16,7 +16,7 @@ namespace testbed {
 class PrivateBus {
 public:
     PrivateBus() = default;
-    ~PrivateBus();
+    ~PrivateBus() { Stop(); }
     PrivateBus(const PrivateBus&) = delete;
     PrivateBus& operator=(const PrivateBus&) = delete;
 

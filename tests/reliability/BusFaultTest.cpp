@@ -17,8 +17,6 @@ using DeeplyNestedJson = ClientTestBed;
 using InvalidUtf8 = ClientTestBed;
 
 const std::string kDeep = std::string(100000, '[') + std::string(100000, ']');  // the reader's limit is 1000
-// A lone continuation byte, a cut sequence, an overlong form and a surrogate.
-const std::string kNotUtf8 = "a\x80z \xe2\x82 \xc0\xaf \xed\xa0\x80 end";
 
 const char kNobodyOwnsTheName[] =
     "SendMessage to com.velmora.tv.termsclient failed with D-Bus error org.freedesktop.DBus.Error.ServiceUnknown";
@@ -135,13 +133,11 @@ TEST_F(DeeplyNestedJson, IsAParseFailureInEveryTextTheLibraryParses) {
     store.Set(kAgreementKey, "{\"terms\":" + kDeep + "}");
     int agreed = 1;
     EXPECT_FALSE(api->IsDisclaimerItemExist("terms", "TV"));
-    EXPECT_EQ(api->GetDisclaimerItemAgreement("terms", &agreed, "TV"), 0);
-    EXPECT_EQ(agreed, 0);
+    EXPECT_TRUE(api->GetDisclaimerItemAgreement("terms", &agreed, "TV") == 0 && agreed == 0) << agreed;
     EXPECT_TRUE(logged("parser failed : "));
     store.Set(kTitlesKey, kDeep);
     std::string title = "unchanged";
-    EXPECT_EQ(api->GetDisclaimerTitle(title, 0), -1);
-    EXPECT_EQ(title, "unchanged");
+    EXPECT_TRUE(api->GetDisclaimerTitle(title, 0) == -1 && title == "unchanged") << title;
     EXPECT_TRUE(logged("Json Error e = "));
     service.ClearRequests();
     EXPECT_EQ(SetDisclaimerItemsAgreements(kDeep.c_str()), 0);
@@ -149,8 +145,8 @@ TEST_F(DeeplyNestedJson, IsAParseFailureInEveryTextTheLibraryParses) {
 }
 
 TEST_F(InvalidUtf8, InEveryRequestTextOfTheClientAndTheToolkitReachesTheServiceRepaired) {
-    const std::string& bad = kNotUtf8;
-    const std::string toolkitMessage = R"({"method":"is service available","x":")" + bad + "\"}";
+    // A lone continuation byte, a cut sequence, an overlong form and a surrogate.
+    const std::string bad = "a\x80z \xe2\x82 \xc0\xaf \xed\xa0\x80 end";
     STHomeDisclaimerContentItem item;
     int agreed = 0;
     api->GetDisclaimerDetail(bad, item, bad);
@@ -164,7 +160,8 @@ TEST_F(InvalidUtf8, InEveryRequestTextOfTheClientAndTheToolkitReachesTheServiceR
     SetDisclaimerItemAgreement(bad.c_str(), 1);
     CSharpGetInstance();
     CSharpSetDisclaimerItemAgreement(bad.c_str(), 1, bad.c_str());
-    EXPECT_EQ(CallThroughToolkit(toolkitMessage, bad, bad), R"({"result":true})");
+    EXPECT_EQ(CallThroughToolkit(R"({"method":"is service available","x":")" + bad + "\"}", bad, bad),
+              R"({"result":true})");
     EXPECT_GE(service.RequestsBesidesAvailability().size(), 9u);
     for (const auto& request : service.Requests()) {
         const std::string texts = request.from + request.protocol + request.bodyText;

@@ -22,11 +22,10 @@ namespace reliability {
 constexpr std::chrono::seconds kHangBound{60};
 
 inline bool Eventually(const std::function<bool()>& condition) {
-    for (auto end = std::chrono::steady_clock::now() + kHangBound; std::chrono::steady_clock::now() < end;) {
-        if (condition()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return condition();
+    const auto end = std::chrono::steady_clock::now() + kHangBound;
+    for (; !condition(); std::this_thread::sleep_for(std::chrono::milliseconds(5)))
+        if (std::chrono::steady_clock::now() > end) return false;
+    return true;
 }
 
 // Plain JSON string content, marked every 64 bytes so that a lost or moved chunk shows.

@@ -53,8 +53,6 @@ public:
 
     explicit FakeTermsService(std::string busName = "com.velmora.tv.termsclient");
     ~FakeTermsService();
-    FakeTermsService(const FakeTermsService&) = delete;
-    FakeTermsService& operator=(const FakeTermsService&) = delete;
 
     // Returns once the name is owned and the object exported; throws on failure.
     void Start();

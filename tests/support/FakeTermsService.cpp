@@ -70,8 +70,7 @@ struct FakeTermsService::Impl {
     std::string busName;
     mutable std::mutex mutex;
     std::vector<ReceivedRequest> requests;
-    std::map<std::string, FakeReply> replies;
-    FakeReply defaultReply = FakeReply::Result(true);
+    std::map<std::string, FakeReply> replies{{"", FakeReply::Result(true)}};  // "": the default
     Handler handler;
 
     GMainContext* context = nullptr;
@@ -123,8 +122,7 @@ struct FakeTermsService::Impl {
         std::lock_guard<std::mutex> lock(mutex);
         requests.push_back(request);
         if (handler) return handler(request);
-        auto found = replies.find(request.Name());
-        return found != replies.end() ? found->second : defaultReply;
+        return replies.count(request.Name()) ? replies[request.Name()] : replies[""];
     }
 
     void Answer(GDBusMethodInvocation* invocation, const FakeReply& reply) {
@@ -203,11 +201,6 @@ void FakeTermsService::Stop() {
 void FakeTermsService::SetReply(const std::string& name, FakeReply reply) {
     std::lock_guard<std::mutex> lock(m_Impl->mutex);
     m_Impl->replies[name] = std::move(reply);
-}
-
-void FakeTermsService::SetDefaultReply(FakeReply reply) {
-    std::lock_guard<std::mutex> lock(m_Impl->mutex);
-    m_Impl->defaultReply = std::move(reply);
 }
 
 void FakeTermsService::SetHandler(Handler handler) {

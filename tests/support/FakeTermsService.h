@@ -62,7 +62,7 @@ public:
     // The reply for requests whose Name() equals `name`; replaces an earlier one.
     void SetReply(const std::string& name, FakeReply reply);
     // The reply for every request without its own; {"result":true} by default.
-    void SetDefaultReply(FakeReply reply);
+    void SetDefaultReply(FakeReply reply) { SetReply("", std::move(reply)); }
     // A handler that chooses every reply instead of the replies above. It
     // runs on the service's thread and must not call back into the service.
     void SetHandler(Handler handler);

@@ -18,11 +18,7 @@ TempStore::TempStore() {
 }
 
 TempStore::~TempStore() {
-    if (m_Previous) {
-        setenv("VCONF_ROOT", m_Previous->c_str(), 1);
-    } else {
-        unsetenv("VCONF_ROOT");
-    }
+    m_Previous ? setenv("VCONF_ROOT", m_Previous->c_str(), 1) : unsetenv("VCONF_ROOT");
     std::error_code ignored;
     std::filesystem::remove_all(m_Root, ignored);
 }

@@ -1,5 +1,4 @@
-/* Offsets and sizes of the public records as one compiler sees them. The
- * C99 and the C++ translation units fill them with the same macro. */
+/* Offsets and sizes of the public records as one compiler sees them; the C99 and C++ units fill them alike. */
 #ifndef HEADER_LAYOUT_H
 #define HEADER_LAYOUT_H
 

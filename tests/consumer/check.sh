@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# Installs a build into a temporary prefix and builds two small consumers
-# against it (tests/consumer/run.sh).
+# Installs a build into a temporary prefix and builds two small consumers against it (tests/consumer/run.sh).
 # Usage: tests/consumer/check.sh <build-dir>
 set -euo pipefail
 build=$(realpath "$1")

@@ -1,6 +1,5 @@
-/* A program outside the project, built against the installed library with
- * pkg-config: it must compile, link and run with nothing but what
- * `cmake --install` put in place. */
+/* A program outside the project, built against the installed library with pkg-config: it must compile, link and
+ * run with nothing but what `cmake --install` put in place. */
 #include <TermsAPI.h>
 #include <TermsDbusAPI.h>
 #include <stdio.h>

@@ -1,5 +1,4 @@
-// A C++ program outside the project, built with find_package against the
-// installed library.
+// A C++ program outside the project, built with find_package against the installed library.
 #include <VerantiAPI.h>
 
 #include <iostream>

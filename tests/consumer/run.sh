@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# Builds and runs the two small consumers against an installed tree: a C
-# program with pkg-config and a C++ program with the CMake package; checks the
-# library's SONAME first.
+# Builds and runs the two small consumers against an installed tree: a C program with pkg-config and a C++
+# program with the CMake package; checks the library's SONAME first.
 # Usage: tests/consumer/run.sh <prefix> <work-dir>
 set -euo pipefail
 prefix=$1

@@ -1,12 +1,10 @@
 #!/usr/bin/env bash
-# Builds the Debian packages of a build tree with cpack, unpacks them into a
-# fresh root and runs what users run from there: the C consumer (pkg-config),
-# the C++ consumer (CMake package), each tool's --version, the manual pages
-# and the completion, and a C# program whose
-# [DllImport("capi-veranti-service")] finds the library of the runtime package
-# alone (no development link), through the installed Mono mapping.
+# Builds the Debian packages of a build tree (configured with the prefix /usr first, as packages install) with
+# cpack, unpacks them into a fresh root and runs what users run from there: the C (pkg-config) and C++ (CMake
+# package) consumers, each tool's --version, the manual pages and completion, and a C# program whose
+# [DllImport("capi-veranti-service")] finds the runtime package's library alone (no development link) through
+# the installed Mono mapping.
 # Usage: tests/packaging/check.sh <build-dir>
-# The build is configured with the prefix /usr first, as packages install.
 set -euo pipefail
 build=$(realpath "$1")
 here=$(cd "$(dirname "$0")" && pwd)
@@ -30,36 +28,29 @@ unpack() {
   mkdir -p "$root"
   for name in "$@"; do dpkg -x "$work/${name}"_*.deb "$root"; done
 }
-unpack "$work/root" libcapi-veranti-service0 libcapi-veranti-service-dev capi-veranti-service-tools \
-  veranti-host-platform
+unpack "$work/root" libcapi-veranti-service0 libcapi-veranti-service-dev capi-veranti-service-tools veranti-host-platform
 unpack "$work/runtime" libcapi-veranti-service0 veranti-host-platform
-
-# Manual pages (made from each program's --help) and terms-cli's completion.
-for file in man/man1/terms-cli.1.gz man/man1/terms-service-sim.1.gz man/man1/vconftool.1.gz \
-            bash-completion/completions/terms-cli; do
-  test -s "$work/root/usr/share/$file"
-done
-zcat "$work/root/usr/share/man/man1/terms-cli.1.gz" | grep -q -- '--timeout'
 
 # The simulator's unit keeps its sandbox: exposure 1.0 or less (it was 9.6 as root without one).
 unit=$work/root/usr/lib/systemd/system/terms-service-sim.service
-if command -v systemd-analyze >/dev/null; then
+! command -v systemd-analyze >/dev/null ||
   systemd-analyze security --offline=true --threshold=10 --no-pager "$unit" | tail -n 1
-fi
 
 "$consumer/run.sh" "$work/root/usr" "$work"
-libdir=$(dirname "$(find "$work/root/usr/lib" -name 'libcapi-veranti-service.so.0' | head -n 1)")
-export LD_LIBRARY_PATH=$libdir DLOG_OUTPUT=none
-"$work/root/usr/bin/terms-cli" --version
-"$work/root/usr/bin/terms-service-sim" --version
-"$work/root/usr/bin/vconftool" --version
+libdir_in() { dirname "$(find "$1/usr/lib" -name 'libcapi-veranti-service.so.0' | head -n 1)"; }
+export LD_LIBRARY_PATH=$(libdir_in "$work/root") DLOG_OUTPUT=none
+# Each tool's manual page (made from its --help) and version, and terms-cli's completion.
+for tool in terms-cli terms-service-sim vconftool; do
+  test -s "$work/root/usr/share/man/man1/$tool.1.gz"
+  "$work/root/usr/bin/$tool" --version
+done
+test -s "$work/root/usr/share/bash-completion/completions/terms-cli"
+zcat "$work/root/usr/share/man/man1/terms-cli.1.gz" | grep -q -- '--timeout'
 
 # C#: only the runtime package's files, and its mapping as the program's config.
-runtime_libdir=$(dirname "$(find "$work/runtime/usr/lib" -name 'libcapi-veranti-service.so.0' | head -n 1)")
-if find "$work/runtime" -name 'libcapi-veranti-service.so' | grep -q .; then
-  echo "the runtime package must not carry the development link" >&2
-  exit 1
-fi
+runtime_libdir=$(libdir_in "$work/runtime")
+! find "$work/runtime" -name 'libcapi-veranti-service.so' | grep -q . ||
+  { echo "the runtime package must not carry the development link" >&2; exit 1; }
 bridge=$(find "$build/tests/csharp" -name BridgeTest.exe | head -n 1)
 if [ -n "$bridge" ] && command -v mono >/dev/null; then
   cp "$bridge" "$work/BridgeTest.exe"

@@ -1,6 +1,5 @@
-/* dlog_probe TAG:P:TEXT...: logs each TEXT under TAG at priority P (a digit)
- * through the log stand-in, wrapped in a colour code as the library's lines
- * are, so that the tests see what the environment makes of it. */
+/* dlog_probe TAG:P:TEXT...: logs each TEXT under TAG at priority P (a digit) through the log stand-in, wrapped in a
+ * colour code as the library's lines are, so that the tests see what the environment makes of it. */
 #include <dlog.h>
 #include <stdlib.h>
 #include <string.h>

@@ -12,34 +12,30 @@
 #include <iterator>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 namespace {
 
-// Runs dlog_probe with `lines` (TAG:P:TEXT) under `environment` ("NAME=value ..."), its stderr a pipe or,
-// with `terminal`, a terminal; everything the probe wrote there.
+// Runs dlog_probe with `lines` (TAG:P:TEXT) under `environment` ("NAME=value ..."), its stderr a terminal or,
+// unless `terminal`, a pipe to cat; everything the probe wrote there, the terminal's carriage returns removed.
 std::string ProbeOutput(const std::string& environment, const std::vector<std::string>& lines, bool terminal = false) {
     std::string command =
         "exec env -u DLOG_OUTPUT -u DLOG_MIN_PRIO -u DLOG_FILTER -u DLOG_COLOR " + environment + " " DLOG_PROBE;
     for (const std::string& line : lines) command += " '" + line + "'";
     command += terminal ? " 2>&1" : " 2>&1 | cat";
     int master = -1;
-    const pid_t child = terminal ? forkpty(&master, nullptr, nullptr, nullptr) : -2;
+    const pid_t child = forkpty(&master, nullptr, nullptr, nullptr);
     if (child == 0) {
         execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
         _exit(127);
     }
     std::string output;
-    if (!terminal) {
-        FILE* probe = popen(command.c_str(), "r");
-        for (int c; probe && (c = fgetc(probe)) != EOF;) output += static_cast<char>(c);
-        if (probe) pclose(probe);
-        return output;
-    }
     char buffer[4096];
     for (ssize_t got; (got = read(master, buffer, sizeof buffer)) > 0;) output.append(buffer, static_cast<size_t>(got));
     waitpid(child, nullptr, 0);
     close(master);
+    output.erase(std::remove(output.begin(), output.end(), '\r'), output.end());
     return output;
 }
 
@@ -82,11 +78,7 @@ TEST(TheLogStandIn, AppendsOneWholeLinePerCallOfUpTo64KiBWithoutInterleavingThre
 TEST(TheLogStandIn, KeepsColourCodesForATerminalOnlyUnlessToldOtherwise) {
     const std::string kColoured = "\033[31mred\033[0m\n", kPlain = "red\n";
     const std::string file = testing::TempDir() + "dlog-colour.log";
-    const struct {
-        std::string environment;
-        bool terminal;
-        std::string expected;
-    } kCases[] = {
+    const std::tuple<std::string, bool, std::string> kCases[] = {
         {"", false, kPlain},
         {"", true, kColoured},
         {"DLOG_COLOR=never", true, kPlain},
@@ -101,7 +93,6 @@ TEST(TheLogStandIn, KeepsColourCodesForATerminalOnlyUnlessToldOtherwise) {
             std::ifstream in(file);
             output.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
         }
-        if (terminal) output.erase(std::remove(output.begin(), output.end(), '\r'), output.end());
         EXPECT_EQ(Messages(output), expected) << environment << (terminal ? " on a terminal" : "");
     }
 }

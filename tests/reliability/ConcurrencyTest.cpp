@@ -96,8 +96,7 @@ TEST_F(ManyThreads, CallAToolkitServerOnItsMainLoopWhileTheySendSignalsAndClient
     EXPECT_EQ(wrong, 0);
     EXPECT_EQ(handled, kThreads * (kRounds / 2));
     CloseTermsDbusServer("concurrency");
-    while (g_main_context_iteration(nullptr, FALSE)) {  // what the closed server left
-    }
+    while (g_main_context_iteration(nullptr, FALSE)) continue;  // what the closed server left
     g_main_loop_unref(loop);
 }
 

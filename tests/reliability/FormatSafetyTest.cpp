@@ -108,13 +108,10 @@ TEST_F(OutsideTextInTheLog, ArrivesLiterallyFromEveryPathOfTheToolkitTheFramewor
 TEST_F(OutsideTextInTheLog, ArrivesLiterallyFromTheCommandLineClient) {
     for (const std::string command : {"show", "exists", "agreement", "agree"}) {
         const std::string log = store.Root() + "/" + command + ".log";
-        FILE* cli = popen(("exec env -u DLOG_MIN_PRIO DLOG_OUTPUT=file:" + log + " " TERMS_CLI_PATH " " + command +
-                           " '" + kOutside + "' </dev/null 2>&1")
-                              .c_str(),
-                          "r");
-        std::string out(1 << 16, '\0');
-        out.resize(fread(out.data(), 1, out.size(), cli));
-        EXPECT_TRUE(WIFEXITED(pclose(cli))) << command << ": " << out;
+        const testbed::ProgramRun run = testbed::RunProgram(
+            {"env", "-u", "DLOG_MIN_PRIO", "DLOG_OUTPUT=file:" + log, TERMS_CLI_PATH, command, kOutside});
+        const std::string out = run.out + run.err;
+        EXPECT_NE(run.status, -1) << command << ": " << out;
         EXPECT_NE((reliability::ReadFile(log) + out).find(kOutside), std::string::npos) << command << ": " << out;
     }
 }

@@ -2,18 +2,17 @@
 #ifndef RELIABILITY_SUPPORT_H
 #define RELIABILITY_SUPPORT_H
 
-#include <glib.h>
 #include <gtest/gtest.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <fstream>
 #include <functional>
 #include <future>
+#include <optional>
 #include <thread>
 
+#include "ChildProcess.h"
 #include "TermsAPI.h"
 #include "TermsDbusAPI.h"
 
@@ -23,11 +22,10 @@ namespace reliability {
 constexpr std::chrono::seconds kHangBound{60};
 
 inline bool Eventually(const std::function<bool()>& condition) {
-    for (auto end = std::chrono::steady_clock::now() + kHangBound; std::chrono::steady_clock::now() < end;) {
-        if (condition()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return condition();
+    const auto end = std::chrono::steady_clock::now() + kHangBound;
+    for (; !condition(); std::this_thread::sleep_for(std::chrono::milliseconds(5)))
+        if (std::chrono::steady_clock::now() > end) return false;
+    return true;
 }
 
 // Plain JSON string content, marked every 64 bytes so that a lost or moved chunk shows.
@@ -62,35 +60,32 @@ inline std::string CallThroughToolkit(std::string message, std::string from = "r
 class SimService {
 public:
     explicit SimService(const std::string& store, std::vector<std::string> extra = {})
-        : m_Args{TERMS_SERVICE_SIM_PATH, "--catalogue", SAMPLE_CATALOGUE, "--store-root", store},
-          m_Log(store + "/sim.log") {
+        : m_Log(store + "/sim.log"), m_Args{"env",
+                                            "DLOG_OUTPUT=file:" + m_Log,
+                                            TERMS_SERVICE_SIM_PATH,
+                                            "--catalogue",
+                                            SAMPLE_CATALOGUE,
+                                            "--store-root",
+                                            store} {
         m_Args.insert(m_Args.end(), extra.begin(), extra.end());
     }
     ~SimService() { Kill(SIGKILL); }
     // Starts it and waits until it serves its bus name.
     bool Start() {
         unlink(m_Log.c_str());
-        std::vector<char*> argv;
-        for (std::string& arg : m_Args) argv.push_back(arg.data());
-        argv.push_back(nullptr);
-        gchar** env = g_environ_setenv(g_get_environ(), "DLOG_OUTPUT", ("file:" + m_Log).c_str(), TRUE);
-        const bool spawned = g_spawn_async(
-            nullptr, argv.data(), env, G_SPAWN_DO_NOT_REAP_CHILD, [](gpointer) { prctl(PR_SET_PDEATHSIG, SIGKILL); },
-            nullptr, &m_Pid, nullptr);
-        g_strfreev(env);
-        return spawned && Eventually([this] { return Log().find("serving com.velmora") != std::string::npos; });
+        return m_Process.emplace(m_Args).AwaitOutput("serving com.velmora");
     }
     // Sends the signal and waits for the process to end.
     void Kill(int signal) {
-        if (m_Pid > 0 && kill(m_Pid, signal) == 0) waitpid(m_Pid, nullptr, 0);
-        m_Pid = -1;
+        if (m_Process) m_Process->Signal(signal), m_Process->Wait();
+        m_Process.reset();
     }
     std::string Log() const { return ReadFile(m_Log); }
 
 private:
-    std::vector<std::string> m_Args;
     std::string m_Log;
-    pid_t m_Pid = -1;
+    std::vector<std::string> m_Args;
+    std::optional<testbed::ChildProcess> m_Process;
 };
 #endif
 

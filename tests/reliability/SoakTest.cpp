@@ -28,15 +28,13 @@ TEST(ALongRunOfRequests, KeepsResidentMemoryAndOpenDescriptorsFlat) {
     std::vector<STHomeDisclaimerContentItem*> revised;
     STHomeDisclaimerContentItem item;
     std::string title;
+    int agreed = 0;
     // Plain, record-filling, store reads, the C interface; no store writes, which would measure the disk.
     const std::function<bool()> requests[] = {
         [&] { return api->IsServiceAvailable() && api->RequestCountryCodeList() && IsServiceAvailable(); },
         [&] { return api->GetDisclaimerDetail("terms", item = {}, "TV") == 0; },
         [&] { return api->IsDisclaimerItemExist("terms", "TV") && api->GetDisclaimerTitle(title, 1) == 0; },
-        [&] {
-            int agreed = 0;
-            return api->GetDisclaimerItemAgreement("privacy", &agreed, "TV") >= 0;
-        },
+        [&] { return api->GetDisclaimerItemAgreement("privacy", &agreed, "TV") >= 0; },
         [&] { return api->GetRevisedDisclaimers(revised, "TV", ""); },
     };
     const auto start = std::chrono::steady_clock::now();

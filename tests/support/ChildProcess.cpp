@@ -53,17 +53,11 @@ int ChildProcess::Wait() {
     return g_subprocess_get_if_exited(m_Process) ? g_subprocess_get_exit_status(m_Process) : -1;
 }
 
-int ChildProcess::Stop() {
-    Signal(SIGTERM);
-    return Wait();
-}
-
 ProgramRun ChildProcess::Finish() {
     g_autofree gchar *out = nullptr, *err = nullptr;
     g_autoptr(GError) error = nullptr;
-    if (!g_subprocess_communicate_utf8(m_Process, nullptr, nullptr, &out, &err, &error)) {
+    if (!g_subprocess_communicate_utf8(m_Process, nullptr, nullptr, &out, &err, &error))
         throw std::runtime_error(std::string("cannot read a child's output: ") + error->message);
-    }
     return ProgramRun{Wait(), Buffered(m_Out) + (out ? out : ""), Buffered(m_Err) + (err ? err : "")};
 }
 
@@ -78,9 +72,8 @@ ProgramRun RunProgram(const std::vector<std::string>& argv) {
 
 ProgramRun RunCommandLine(const std::string& program, const std::string& line) {
     g_auto(GStrv) words = nullptr;
-    if (!line.empty() && !g_shell_parse_argv(line.c_str(), nullptr, &words, nullptr)) {
+    if (!line.empty() && !g_shell_parse_argv(line.c_str(), nullptr, &words, nullptr))
         throw std::runtime_error("cannot parse the command line " + line);
-    }
     std::vector<std::string> argv{program};
     for (gchar** word = words; word && *word; ++word) argv.emplace_back(*word);
     return RunProgram(argv);

@@ -6,6 +6,7 @@
 
 #include <gio/gio.h>
 
+#include <csignal>
 #include <string>
 #include <vector>
 
@@ -34,7 +35,7 @@ public:
     // Waits for the program to end by itself: its exit status (-1 when a signal ended it).
     int Wait();
     // SIGTERM, then the exit status; again: the same status.
-    int Stop();
+    int Stop() { return Signal(SIGTERM), Wait(); }
     // Waits for the program to end, with the output not read line by line yet.
     ProgramRun Finish();
 

@@ -9,6 +9,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 namespace testbed {
 namespace {
@@ -53,9 +54,8 @@ std::vector<ReceivedRequest> Matching(std::vector<ReceivedRequest> requests, Pre
 }  // namespace
 
 std::string ReceivedRequest::Name() const {
-    for (const char* key : {"method", "request_type"}) {
+    for (const char* key : {"method", "request_type"})
         if (body.isObject() && body[key].isString()) return body[key].asString();
-    }
     return std::string();
 }
 
@@ -70,8 +70,7 @@ struct FakeTermsService::Impl {
     std::string busName;
     mutable std::mutex mutex;
     std::vector<ReceivedRequest> requests;
-    std::map<std::string, FakeReply> replies;
-    FakeReply defaultReply = FakeReply::Result(true);
+    std::map<std::string, FakeReply> replies{{"", FakeReply::Result(true)}};  // "": the default
     Handler handler;
 
     GMainContext* context = nullptr;
@@ -109,40 +108,33 @@ struct FakeTermsService::Impl {
     void Disconnect() {
         for (GDBusMethodInvocation* invocation : unanswered) g_object_unref(invocation);
         unanswered.clear();
-        if (registrationId) g_dbus_connection_unregister_object(connection, registrationId);
+        if (registrationId) g_dbus_connection_unregister_object(connection, std::exchange(registrationId, 0));
         if (connection) {
             g_dbus_connection_flush_sync(connection, nullptr, nullptr);
             g_dbus_connection_close_sync(connection, nullptr, nullptr);
-            g_object_unref(connection);
         }
-        registrationId = 0;
-        connection = nullptr;
+        g_clear_object(&connection);
         // Lets the pending callbacks of the closed connection run and release their references.
-        while (g_main_context_iteration(context, FALSE)) {
-        }
+        while (g_main_context_iteration(context, FALSE)) continue;
     }
 
     FakeReply ChooseReply(const ReceivedRequest& request) {
         std::lock_guard<std::mutex> lock(mutex);
         requests.push_back(request);
         if (handler) return handler(request);
-        auto found = replies.find(request.Name());
-        return found != replies.end() ? found->second : defaultReply;
+        return replies.count(request.Name()) ? replies[request.Name()] : replies[""];
     }
 
     void Answer(GDBusMethodInvocation* invocation, const FakeReply& reply) {
-        if (reply.kind == FakeReply::Kind::None) {
-            unanswered.push_back(invocation);
-        } else if (reply.kind == FakeReply::Kind::DbusError) {
-            g_dbus_method_invocation_return_dbus_error(invocation, reply.errorName.c_str(), "fake failure");
-        } else {
-            // Built by hand so that replies of any shape can be sent.
-            GDBusMessage* message = g_dbus_message_new_method_reply(g_dbus_method_invocation_get_message(invocation));
-            g_dbus_message_set_body(message, ReplyValue(reply));
-            g_dbus_connection_send_message(connection, message, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
-            g_object_unref(message);
-            g_object_unref(invocation);
-        }
+        if (reply.kind == FakeReply::Kind::None) return unanswered.push_back(invocation);
+        if (reply.kind == FakeReply::Kind::DbusError)
+            return g_dbus_method_invocation_return_dbus_error(invocation, reply.errorName.c_str(), "fake failure");
+        // Built by hand so that replies of any shape can be sent.
+        GDBusMessage* message = g_dbus_message_new_method_reply(g_dbus_method_invocation_get_message(invocation));
+        g_dbus_message_set_body(message, ReplyValue(reply));
+        g_dbus_connection_send_message(connection, message, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
+        g_object_unref(message);
+        g_object_unref(invocation);
     }
 
     void AnswerLater(GDBusMethodInvocation* invocation, const FakeReply& reply) {
@@ -163,11 +155,7 @@ struct FakeTermsService::Impl {
         std::istringstream stream(request.bodyText);
         if (!Json::parseFromStream(Json::CharReaderBuilder(), stream, &request.body, nullptr)) request.body = {};
         const FakeReply reply = impl->ChooseReply(request);
-        if (reply.delayMs > 0) {
-            impl->AnswerLater(invocation, reply);
-        } else {
-            impl->Answer(invocation, reply);
-        }
+        reply.delayMs > 0 ? impl->AnswerLater(invocation, reply) : impl->Answer(invocation, reply);
     }
 };
 
@@ -200,11 +188,7 @@ void FakeTermsService::Stop() {
     if (!impl.context) return;
     if (impl.thread.joinable()) {
         g_main_context_invoke(
-            impl.context,
-            [](gpointer loop) -> gboolean {
-                g_main_loop_quit(static_cast<GMainLoop*>(loop));
-                return G_SOURCE_REMOVE;
-            },
+            impl.context, [](gpointer l) { return g_main_loop_quit(static_cast<GMainLoop*>(l)), G_SOURCE_REMOVE; },
             impl.loop);
         impl.thread.join();
         g_main_loop_unref(impl.loop);
@@ -217,11 +201,6 @@ void FakeTermsService::Stop() {
 void FakeTermsService::SetReply(const std::string& name, FakeReply reply) {
     std::lock_guard<std::mutex> lock(m_Impl->mutex);
     m_Impl->replies[name] = std::move(reply);
-}
-
-void FakeTermsService::SetDefaultReply(FakeReply reply) {
-    std::lock_guard<std::mutex> lock(m_Impl->mutex);
-    m_Impl->defaultReply = std::move(reply);
 }
 
 void FakeTermsService::SetHandler(Handler handler) {

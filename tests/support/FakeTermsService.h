@@ -1,10 +1,8 @@
 // A scriptable terms-client service on the private bus.
 //
-// It owns a bus name (by default "com.velmora.tv.termsclient") on its own
-// connection, on its own thread, and exports the two-method message interface
-// at "/" + name with '.' replaced by '/'. Every call is recorded; the reply is
-// chosen per request: a JSON body (the default is {"result":true}), a text
-// that is not JSON, no reply at all, or a D-Bus error.
+// It owns a bus name (by default "com.velmora.tv.termsclient") on its own connection, on its own thread, and exports
+// the two-method message interface at "/" + name with '.' replaced by '/'. Every call is recorded; the reply is chosen
+// per request: a JSON body ({"result":true} by default), a text that is not JSON, no reply at all, or a D-Bus error.
 #ifndef TESTBED_FAKE_TERMS_SERVICE_H
 #define TESTBED_FAKE_TERMS_SERVICE_H
 
@@ -55,8 +53,6 @@ public:
 
     explicit FakeTermsService(std::string busName = "com.velmora.tv.termsclient");
     ~FakeTermsService();
-    FakeTermsService(const FakeTermsService&) = delete;
-    FakeTermsService& operator=(const FakeTermsService&) = delete;
 
     // Returns once the name is owned and the object exported; throws on failure.
     void Start();
@@ -66,7 +62,7 @@ public:
     // The reply for requests whose Name() equals `name`; replaces an earlier one.
     void SetReply(const std::string& name, FakeReply reply);
     // The reply for every request without its own; {"result":true} by default.
-    void SetDefaultReply(FakeReply reply);
+    void SetDefaultReply(FakeReply reply) { SetReply("", std::move(reply)); }
     // A handler that chooses every reply instead of the replies above. It
     // runs on the service's thread and must not call back into the service.
     void SetHandler(Handler handler);

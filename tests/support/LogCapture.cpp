@@ -20,9 +20,8 @@ bool IsLineNumber(const std::string& text) {
     return text.size() > digits && text.find_first_not_of("0123456789", digits) == std::string::npos;
 }
 
-// Splits "<file>: <function>(<line>) > <colour><message>\033[0m\n"; a line of
-// another layout keeps its whole text as the message. No regular expression:
-// messages may be very long.
+// Splits "<file>: <function>(<line>) > <colour><message>\033[0m\n"; a line of another layout keeps its whole text as
+// the message. No regular expression: messages may be very long.
 void ParseLayout(LogLine& line) {
     const std::string& text = line.text;
     line.message = text;

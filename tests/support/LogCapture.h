@@ -1,9 +1,8 @@
 // Captures every line logged through __dlog_print in this test program.
 //
-// Linking testbed_logcapture defines __dlog_print in the executable, which
-// takes precedence over the log stand-in for the library and everything else
-// in the process (ordinary ELF interposition). Lines are recorded while at
-// least one LogCapture object lives.
+// Linking testbed_logcapture defines __dlog_print in the executable, which takes precedence over the log stand-in for
+// the library and everything else in the process (ordinary ELF interposition). Lines are recorded while at least one
+// LogCapture object lives.
 #ifndef TESTBED_LOG_CAPTURE_H
 #define TESTBED_LOG_CAPTURE_H
 

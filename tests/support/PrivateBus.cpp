@@ -14,8 +14,6 @@
 namespace testbed {
 namespace {
 
-PrivateBus* g_Current = nullptr;
-
 std::string ReadLine(int fd) {
     std::string line;
     char c;
@@ -24,14 +22,6 @@ std::string ReadLine(int fd) {
 }
 
 }  // namespace
-
-PrivateBus::~PrivateBus() {
-    Stop();
-}
-
-PrivateBus* PrivateBus::Current() {
-    return g_Current;
-}
 
 void PrivateBus::Start() {
     char dirTemplate[] = "/tmp/veranti-bus-XXXXXX";
@@ -59,14 +49,13 @@ void PrivateBus::Start() {
     }
     setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1);
     setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
-    g_Current = this;
+    s_Current = this;
 }
 
 void PrivateBus::Stop() {
     if (m_Pid > 0) {
         kill(m_Pid, SIGTERM);
-        while (waitpid(m_Pid, nullptr, 0) < 0 && errno == EINTR) {
-        }
+        while (waitpid(m_Pid, nullptr, 0) < 0 && errno == EINTR) continue;
     }
     m_Pid = -1;
     if (!m_SocketDir.empty()) {

@@ -1,11 +1,9 @@
 // A private dbus-daemon for one test program.
 //
-// The daemon runs with the configuration scripts/private-bus.conf (any
-// connection may own any name and send to any other; the scripts' private bus
-// uses it too), its socket in a temporary directory. While it runs, DBUS_SYSTEM_BUS_ADDRESS
-// and DBUS_SESSION_BUS_ADDRESS point at it, so every D-Bus library in the
-// process (and every child process) uses it instead of the machine's bus.
-// The daemon dies with the test program, also when a test crashes.
+// The daemon runs with the configuration scripts/private-bus.conf (any connection may own any name and send to any
+// other; the scripts' private bus uses it too), its socket in a temporary directory. While it runs,
+// DBUS_SYSTEM_BUS_ADDRESS and DBUS_SESSION_BUS_ADDRESS point at it, so every D-Bus library in the process (and every
+// child process) uses it instead of the machine's bus. The daemon dies with the test program, also when a test crashes.
 #ifndef TESTBED_PRIVATE_BUS_H
 #define TESTBED_PRIVATE_BUS_H
 
@@ -18,7 +16,7 @@ namespace testbed {
 class PrivateBus {
 public:
     PrivateBus() = default;
-    ~PrivateBus();
+    ~PrivateBus() { Stop(); }
     PrivateBus(const PrivateBus&) = delete;
     PrivateBus& operator=(const PrivateBus&) = delete;
 
@@ -28,9 +26,10 @@ public:
     void Stop();
 
     // The bus the test program's main started (null before main ran).
-    static PrivateBus* Current();
+    static PrivateBus* Current() { return s_Current; }
 
 private:
+    static inline PrivateBus* s_Current = nullptr;
     pid_t m_Pid = -1;
     std::string m_SocketDir;
 };

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <stdexcept>
 
 namespace testbed {
@@ -17,11 +18,7 @@ TempStore::TempStore() {
 }
 
 TempStore::~TempStore() {
-    if (m_Previous) {
-        setenv("VCONF_ROOT", m_Previous->c_str(), 1);
-    } else {
-        unsetenv("VCONF_ROOT");
-    }
+    m_Previous ? setenv("VCONF_ROOT", m_Previous->c_str(), 1) : unsetenv("VCONF_ROOT");
     std::error_code ignored;
     std::filesystem::remove_all(m_Root, ignored);
 }
@@ -31,11 +28,8 @@ void TempStore::Set(const std::string& key, const std::string& value) const {
 }
 
 std::optional<std::string> TempStore::Get(const std::string& key) const {
-    char* value = vconf_get_str(key.c_str());
-    if (!value) return std::nullopt;
-    std::string text(value);
-    free(value);
-    return text;
+    const std::unique_ptr<char, decltype(&free)> value(vconf_get_str(key.c_str()), &free);
+    return value ? std::optional<std::string>(value.get()) : std::nullopt;
 }
 
 }  // namespace testbed

@@ -17,6 +17,7 @@
 
 #include "ChildProcess.h"
 #include "ConsentTestSupport.h"
+#include "MonoProgram.h"
 #include "TempStore.h"
 #include "VerantiConsent.h"
 #include "VerantiConsent.hpp"
@@ -359,28 +360,17 @@ TEST_F(TheTermsCliConsentCommands, WatchPrintsEachChangeAsItHappensAsTextOrJson)
     }
 }
 
-// What the C# program, run with mono, printed; it must exit with 0.
-std::string CSharpPrinted(const std::string& args) {
-    const testbed::ProgramRun run = testbed::RunProgram({"/bin/sh", "-c", MONO_COMMAND " " + args});
-    EXPECT_EQ(run.status, 0) << args << " printed:\n" << run.out << run.err;
-    return run.out;
-}
-
 using TheCSharpConsentClass = AConsentClient;
 
 TEST_F(TheCSharpConsentClass, TellsTheStatusAcceptsAndRejectsAllInDependencyOrderAndRaisesAnEventOnAChange) {
-#ifdef MONO_UNDER_TSAN
-    GTEST_SKIP() << "mono does not run with a thread-sanitized library";
-#endif
-#ifdef WITHOUT_MONO
-    GTEST_SKIP() << "Mono (mcs and mono) was not found when the build was configured";
-#endif
+    SKIP_WITHOUT_MONO();
     Serve(kCatalogue, {"--fail=is service available=delay:150"});
-    EXPECT_EQ(CSharpPrinted("status 0"), "Required child,base,loose\n");
-    EXPECT_EQ(CSharpPrinted("async 0 50"), "TimedOut Unknown\n") << "the service takes 150 ms to say it is there";
-    EXPECT_EQ(CSharpPrinted("accept 0"), "True base:Done child:Done note:Notice loose:Done\n");
-    EXPECT_EQ(CSharpPrinted("async 0 0"), "Completed Obtained\n");
-    EXPECT_EQ(CSharpPrinted("reject 0"), "True loose:Done note:Notice child:Done base:Done\n");
+    EXPECT_EQ(testbed::MonoPrinted("status 0"), "Required child,base,loose\n");
+    EXPECT_EQ(testbed::MonoPrinted("async 0 50"), "TimedOut Unknown\n")
+        << "the service takes 150 ms to say it is there";
+    EXPECT_EQ(testbed::MonoPrinted("accept 0"), "True base:Done child:Done note:Notice loose:Done\n");
+    EXPECT_EQ(testbed::MonoPrinted("async 0 0"), "Completed Obtained\n");
+    EXPECT_EQ(testbed::MonoPrinted("reject 0"), "True loose:Done note:Notice child:Done base:Done\n");
     testbed::ChildProcess program({"/bin/sh", "-c", MONO_COMMAND " watch"});
     EXPECT_EQ(program.OutputLine(), "ready");
     ASSERT_TRUE(CVerantiAPI::GetInstance()->SetDisclaimerItemAgreement("base", 1, "TV"));

@@ -2,8 +2,8 @@
 #include <cstdint>
 
 #include "CSharpBridgeAPI.h"
-#include "ChildProcess.h"
 #include "ClientTestBed.h"
+#include "MonoProgram.h"
 #include "TermsAPI.h"
 
 namespace {
@@ -43,35 +43,23 @@ TEST_F(TheCSharpExports, KeepTheInstanceInPThisAfterDestroyAndLogEachCallWithIts
 class TheCSharpBridgeProgram : public ClientTestBed {
 protected:
     void SetUp() override {
-#ifdef MONO_UNDER_TSAN
-        GTEST_SKIP() << "mono does not run with a thread-sanitized library";
-#endif
-#ifdef WITHOUT_MONO
-        GTEST_SKIP() << "Mono (mcs and mono) was not found when the build was configured";
-#endif
+        SKIP_WITHOUT_MONO();
         ClientTestBed::SetUp();
-    }
-
-    // What the program printed; it must exit with 0.
-    static std::string Printed(const std::string& args) {
-        const testbed::ProgramRun run = testbed::RunProgram({"/bin/sh", "-c", MONO_COMMAND " " + args});
-        EXPECT_EQ(run.status, 0) << args << " printed:\n" << run.out << run.err;
-        return run.out;
     }
 };
 
 TEST_F(TheCSharpBridgeProgram, GetsOneInstanceSetsAndReadsAgreementsAndLearnsWhetherTheServiceIsAvailable) {
-    EXPECT_EQ(Printed("instance"), "True True True\n");
+    EXPECT_EQ(testbed::MonoPrinted("instance"), "True True True\n");
     store.Set(kAgreementKey, R"({"agreed":"true","declined":"false"})");
 
-    EXPECT_EQ(Printed("set privacy 1 TV"), "1\n");
-    EXPECT_EQ(Printed("set privacy 0 Monitor"), "1\n");
-    EXPECT_EQ(Printed("get agreed declined unknown"), "agreed 0 1\ndeclined 0 0\nunknown 0 0\n");
+    EXPECT_EQ(testbed::MonoPrinted("set privacy 1 TV"), "1\n");
+    EXPECT_EQ(testbed::MonoPrinted("set privacy 0 Monitor"), "1\n");
+    EXPECT_EQ(testbed::MonoPrinted("get agreed declined unknown"), "agreed 0 1\ndeclined 0 0\nunknown 0 0\n");
     service.SetReply("set one agreement", testbed::FakeReply::Result(false));
-    EXPECT_EQ(Printed("set privacy 1 TV"), "0\n");
-    EXPECT_EQ(Printed("available"), "1\n");
+    EXPECT_EQ(testbed::MonoPrinted("set privacy 1 TV"), "0\n");
+    EXPECT_EQ(testbed::MonoPrinted("available"), "1\n");
     service.SetReply("is service available", testbed::FakeReply::Result(false));
-    EXPECT_EQ(Printed("available"), "0\n");
+    EXPECT_EQ(testbed::MonoPrinted("available"), "0\n");
 
     const std::vector<testbed::ReceivedRequest> sent = service.RequestsBesidesAvailability();
     ASSERT_EQ(sent.size(), 3u);

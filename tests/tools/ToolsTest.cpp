@@ -260,6 +260,8 @@ TEST_F(TheTermsCli, ExplainsRefusalsMistakesAndTimeoutsInPlainWords) {
         {"--json --timeout 1 check", 4, "did not answer within 1 second (--timeout)", ""},
     };
     for (const auto& [line, status, sentence, out] : kCases) ExpectFailure(line, status, sentence, out);
+    service.SetReply("dravik get error info", testbed::FakeReply::WithBody(ParsedJson("[1]")));
+    ExpectFailure("check --info", 1, "the service's reply could not be read (");
 }
 
 TEST_F(TheTermsCli, FailsWithOneWhenItsStoreCannotBeReadOrItsOutputCannotBeWritten) {
@@ -471,15 +473,33 @@ TEST_F(ARunningSimulator, AnswersBadRequestsSentRawWithAReasonAndChangesNothing)
     EXPECT_EQ(*m_Store.Get(kAgreementsKey) + *m_Store.Get(kCountryKey), before);  // and it still serves: see TearDown
 }
 
+TEST(TheSimulatedService, AnswersHelpWithZeroAndRefusesBadUsageWithTwoInOneLine) {
+    const ProgramRun help = testbed::RunProgram({TERMS_SERVICE_SIM_PATH, "--help"});
+    EXPECT_TRUE(help.status == 0 && help.out.rfind("Usage: terms-service-sim", 0) == 0 && Holds(help.out, "4 the bus"));
+    const std::pair<std::vector<std::string>, const char*> kBadUsage[] = {
+        {{"--bus-name", "no-dots"}, "is not a bus name a service can own"},
+        {{"--bus-name=bad..name"}, "is not a bus name a service can own"},
+        {{"--bus-name", ":1.5"}, "is not a bus name a service can own"},
+        {{"--bus-name", "9starts.with.digit"}, "is not a bus name a service can own"},
+        {{"--frobnicate"}, R"(unknown option "--frobnicate")"},
+        {{"--catalogue"}, "--catalogue needs a value"},
+        {{"--store-root="}, "--store-root needs a non-empty value"},
+        {{"--set-dir", "/tmp"}, "--set-dir and --usb-dir go together"},
+        {{"--fail", "nothing"}, R"("nothing" is not <method>=<mode>)"},
+        {{"--fail", "no such request=refuse"}, R"("no such request" is not a request the service answers)"},
+        {{"--fail", "*=sometimes"}, R"("sometimes" is not a failure mode)"},
+    };
+    for (auto [args, why] : kBadUsage) {
+        args.insert(args.begin(), TERMS_SERVICE_SIM_PATH);
+        const ProgramRun run = testbed::RunProgram(args);
+        EXPECT_TRUE(run.status == 2 && run.ErrIsOneLine() && Holds(run.err, why) && !Holds(run.err, "CRITICAL"))
+            << args[1] << ": " << run.status << " " << run.err;
+    }
+}
+
 TEST_F(ARunningSimulator, RefusesToStartOnAnOwnedNameUnlessToldToReplaceItsOwner) {
     const ProgramRun second = StartSimulator({})->Finish();
     EXPECT_TRUE(second.status == 1 && Holds(second.err, std::string(kBusName) + " already has an owner"));
-    for (const char* name : {"no-dots", "bad..name", ":1.5", "9starts.with.digit"}) {
-        const ProgramRun run = StartSimulator({"--bus-name", name})->Finish();
-        EXPECT_TRUE(run.status == 2 && Holds(run.err, "is not a bus name a service can own") &&
-                    !Holds(run.err, "CRITICAL"))
-            << name << ": " << run.err;
-    }
     auto replacing = StartSimulator({"--replace"});
     ASSERT_TRUE(replacing->AwaitOutput("serving "));
     EXPECT_EQ(m_Sim->Wait(), 3);  // the first one: another process took the name
@@ -537,9 +557,11 @@ TEST_F(ARunningSimulator, CopiesCloneDataInsideItsDirectoriesOnly) {
     EXPECT_TRUE(Api().CopyCloneDataTVtoUSB("tv.dat", "backup/tv.dat") &&
                 Api().CopyCloneDataUSBtoTV("backup/tv.dat", "restored.dat") &&
                 fs::exists(m_Dir / "set" / "restored.dat"));
+    fs::create_directory(m_Dir / "usb" / "dir");
     EXPECT_FALSE(Api().CopyCloneDataTVtoUSB("tv.dat", "../escaped.dat") ||
                  Api().CopyCloneDataUSBtoTV("/etc/hostname", "hostname") ||
-                 Api().CopyCloneDataTVtoUSB("link-out", "catalogue.json"));
+                 Api().CopyCloneDataTVtoUSB("link-out", "catalogue.json") || Api().CopyCloneDataTVtoUSB("", "x") ||
+                 Api().CopyCloneDataTVtoUSB("missing.dat", "x") || Api().CopyCloneDataTVtoUSB("tv.dat", "dir"));
     EXPECT_FALSE(fs::exists(m_Dir / "escaped.dat") || fs::exists(m_Dir / "usb" / "catalogue.json"));
 }
 

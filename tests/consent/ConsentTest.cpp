@@ -308,7 +308,10 @@ TEST_F(AnAsynchronousCall, EndsAtItsTimeLimitWhileTheMainLoopRunsOnWhenTheServic
         &ends);
     consent::IsServiceAvailableAsync(limit, [&](ConsentCallResult result, int) { ends.push_back(result); });
     int turns = 0;  // of the main loop while waiting: at least one per 5 ms when nothing blocks it
-    ASSERT_TRUE(IterateUntil([&] { return ++turns && ends.size() == 5; }));
+    ASSERT_TRUE(IterateUntil([&] {
+        ++turns;
+        return ends.size() == 5;
+    }));
     EXPECT_EQ(ends, std::vector<ConsentCallResult>(5, CONSENT_CALL_TIMED_OUT));
     EXPECT_GE(std::chrono::steady_clock::now() - start, limit);
     EXPECT_GT(turns, 10) << "the main loop kept running while the workers waited";

@@ -77,7 +77,10 @@ public:
     }
     // Sends the signal and waits for the process to end.
     void Kill(int signal) {
-        if (m_Process) m_Process->Signal(signal), m_Process->Wait();
+        if (m_Process) {
+            m_Process->Signal(signal);
+            m_Process->Wait();
+        }
         m_Process.reset();
     }
     std::string Log() const { return ReadFile(m_Log); }

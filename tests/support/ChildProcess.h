@@ -35,7 +35,10 @@ public:
     // Waits for the program to end by itself: its exit status (-1 when a signal ended it).
     int Wait();
     // SIGTERM, then the exit status; again: the same status.
-    int Stop() { return Signal(SIGTERM), Wait(); }
+    int Stop() {
+        Signal(SIGTERM);
+        return Wait();
+    }
     // Waits for the program to end, with the output not read line by line yet.
     ProgramRun Finish();
 

@@ -126,9 +126,14 @@ struct FakeTermsService::Impl {
     }
 
     void Answer(GDBusMethodInvocation* invocation, const FakeReply& reply) {
-        if (reply.kind == FakeReply::Kind::None) return unanswered.push_back(invocation);
-        if (reply.kind == FakeReply::Kind::DbusError)
-            return g_dbus_method_invocation_return_dbus_error(invocation, reply.errorName.c_str(), "fake failure");
+        if (reply.kind == FakeReply::Kind::None) {
+            unanswered.push_back(invocation);
+            return;
+        }
+        if (reply.kind == FakeReply::Kind::DbusError) {
+            g_dbus_method_invocation_return_dbus_error(invocation, reply.errorName.c_str(), "fake failure");
+            return;
+        }
         // Built by hand so that replies of any shape can be sent.
         GDBusMessage* message = g_dbus_message_new_method_reply(g_dbus_method_invocation_get_message(invocation));
         g_dbus_message_set_body(message, ReplyValue(reply));
@@ -155,7 +160,11 @@ struct FakeTermsService::Impl {
         std::istringstream stream(request.bodyText);
         if (!Json::parseFromStream(Json::CharReaderBuilder(), stream, &request.body, nullptr)) request.body = {};
         const FakeReply reply = impl->ChooseReply(request);
-        reply.delayMs > 0 ? impl->AnswerLater(invocation, reply) : impl->Answer(invocation, reply);
+        if (reply.delayMs > 0) {
+            impl->AnswerLater(invocation, reply);
+        } else {
+            impl->Answer(invocation, reply);
+        }
     }
 };
 
@@ -188,7 +197,11 @@ void FakeTermsService::Stop() {
     if (!impl.context) return;
     if (impl.thread.joinable()) {
         g_main_context_invoke(
-            impl.context, [](gpointer l) { return g_main_loop_quit(static_cast<GMainLoop*>(l)), G_SOURCE_REMOVE; },
+            impl.context,
+            [](gpointer loop) -> gboolean {
+                g_main_loop_quit(static_cast<GMainLoop*>(loop));
+                return G_SOURCE_REMOVE;
+            },
             impl.loop);
         impl.thread.join();
         g_main_loop_unref(impl.loop);
